@@ -1,0 +1,90 @@
+# Everything a developer runs. Each target sets up what it needs: compilers and headers from Debian's packages, the
+# rest from PyPI in .venv.
+.DEFAULT_GOAL := help
+SHELL := /bin/bash
+.SHELLFLAGS := -eu -o pipefail -c
+
+VENV := .venv
+PYTHON := $(VENV)/bin/python
+# The tools of the environment come first, whatever the machine has.
+export PATH := $(CURDIR)/$(VENV)/bin:$(PATH)
+export PYTHONPATH :=
+export PYTHONDONTWRITEBYTECODE := 1
+
+SOURCES := CMakeLists.txt pyproject.toml $(shell find cmake host include interface python src tools -type f \
+             -not -path '*/__pycache__/*' 2>/dev/null)
+PYTHON_SOURCES := python tools tests examples benchmarks
+NATIVE_SOURCES = $(shell git ls-files --cached --others --exclude-standard '*.h' '*.cc' '*.c')
+RECORDER := $(CURDIR)/build/dev/tests/recorder
+
+## help: this list
+help:
+	@sed -n 's/^## //p' $(MAKEFILE_LIST) | awk -F': ' '{printf "  make %-16s %s\n", $$1, $$2}'
+
+## demo: install the package and run the first script on the embedded host
+demo: $(VENV)/installed
+	$(PYTHON) examples/first_script.py
+
+## test: everything that has to hold before a change lands
+test: lint test-native test-module test-host test-package cross
+
+## test-native: C++ tests of the embedded host
+test-native: build
+	ctest --test-dir build/dev --output-on-failure
+
+## test-module: the boundary, argument by argument, on the recorder platform
+test-module: build $(VENV)/installed
+	LD_LIBRARY_PATH=$(RECORDER) PYTHONPATH=$(CURDIR)/build/dev/tests/second_module $(PYTHON) -m pytest tests/module
+
+## test-host: scripts and examples on the embedded host
+test-host: $(VENV)/installed
+	$(PYTHON) -m pytest tests/host tests/tools
+
+## test-package: the wheel: what is in it, and that it works where it is installed
+test-package: $(VENV)/installed
+	$(PYTHON) -m pytest tests/package
+
+## build: configure and build the dev preset, with tests and the recorder
+build: $(VENV)/test
+	cmake --preset dev >build/configure.log || { cat build/configure.log; exit 1; }
+	cmake --build --preset dev
+
+## cross: compile everything for 64-bit Arm
+cross: $(VENV)/test
+	tools/arm64-python build/arm64-python
+	cmake --preset aarch64 >build/configure-aarch64.log || { cat build/configure-aarch64.log; exit 1; }
+	cmake --build --preset aarch64
+
+## bench: speed side by side with peers, as ratios
+bench: $(VENV)/bench $(VENV)/installed
+	$(PYTHON) benchmarks/boundary.py
+
+## lint: formatting, static checks and types; warnings are errors
+lint: $(VENV)/lint build
+	clang-format --dry-run --Werror $(NATIVE_SOURCES)
+	tools/tidy build/dev
+	ruff format --check $(PYTHON_SOURCES)
+	ruff check $(PYTHON_SOURCES)
+	mypy $(PYTHON_SOURCES)
+
+## format: bring all sources into shape
+format: $(VENV)/lint
+	clang-format -i $(NATIVE_SOURCES)
+	ruff format $(PYTHON_SOURCES)
+	ruff check --fix $(PYTHON_SOURCES)
+
+## clean: remove what was built
+clean:
+	rm -rf build dist
+
+# The environment: one stamp a purpose, made anew when the pins change.
+$(VENV)/%: pyproject.toml tools/setup
+	tools/setup $(VENV) $*
+	mkdir -p build
+	touch $@
+
+$(VENV)/installed: $(VENV)/demo $(SOURCES)
+	$(PYTHON) -m pip install --quiet --no-deps .
+	touch $@
+
+.PHONY: help demo test test-native test-module test-host test-package build cross bench lint format clean

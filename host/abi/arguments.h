@@ -1,0 +1,45 @@
+/* What the faces do with their arguments before and after they call the model. */
+#pragma once
+
+#include <cstddef>
+#include <cstring>
+#include <string_view>
+
+#include "host/core/errors.h"
+#include "kestrel/constants.h"
+
+namespace kestrel::host::abi {
+
+/** Throws StatusError ZEL_BAD_PARAM for null. */
+inline void RequirePointer(const void *argument) {
+  if (argument == nullptr) throw StatusError(ZEL_BAD_PARAM);
+}
+
+/** A name that must fit a zero-terminated field of `width` bytes. Throws StatusError ZEL_BAD_PARAM for null,
+    ZEL_NAME_TOO_LONG for a longer one. */
+inline std::string_view NameArgument(const char *text, std::size_t width) {
+  RequirePointer(text);
+  const std::size_t length = strnlen(text, width);
+  if (length == width) throw StatusError(ZEL_NAME_TOO_LONG);
+  return {text, length};
+}
+
+inline std::string_view SwitchName(const char *text) { return NameArgument(text, ZEL_PORTSET_NAME_MAX); }
+inline std::string_view PortName(const char *text) { return NameArgument(text, ZEL_VDS_PORT_ID_MAX_LEN); }
+inline std::string_view NicName(const char *text) { return NameArgument(text, ZEL_DEVICE_NAME_MAX_LENGTH); }
+
+/** Writes an output; the cell may lie at any address. */
+template <typename Value>
+void SetOutput(Value *cell, Value value) {
+  std::memcpy(static_cast<void *>(cell), &value, sizeof value);
+}
+
+/** Sets all outputs of a call to 0 or null, which they keep if it fails. Throws StatusError ZEL_BAD_PARAM when one of
+    the cells is missing. */
+template <typename... Values>
+void ClearOutputs(Values *...cells) {
+  ((cells == nullptr ? void() : SetOutput(cells, Values{})), ...);
+  (RequirePointer(cells), ...);
+}
+
+}  // namespace kestrel::host::abi

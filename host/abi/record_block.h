@@ -1,0 +1,69 @@
+/* Records of varying length, which go to the caller as one block of memory. */
+#pragma once
+
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string_view>
+#include <type_traits>
+
+#include "host/core/errors.h"
+
+namespace kestrel::host::abi {
+
+/** Copies `text` into the first bytes of a field and fills the rest with zeros, one of which always remains. */
+template <typename Byte, std::size_t width>
+void SetText(Byte (&field)[width], std::string_view text) {
+  static_assert(sizeof(Byte) == 1);
+  const std::size_t length = text.size() < width ? text.size() : width - 1;
+  std::memcpy(field, text.data(), length);
+  std::memset(field + length, 0, width - length);
+}
+
+/** A block from malloc of known size, filled from its start with packed records one after another. */
+class RecordBlock {
+ public:
+  /** Throws std::bad_alloc. */
+  explicit RecordBlock(std::size_t size) : size_(size), bytes_(static_cast<char *>(std::calloc(1, size))) {
+    if (bytes_ == nullptr) throw std::bad_alloc();
+  }
+
+  template <typename Record>
+  void Append(const Record &record) {
+    static_assert(std::is_trivially_copyable_v<Record> && alignof(Record) == 1);
+    Take(sizeof record, &record);
+  }
+
+  /** A text in a field of its own; must be shorter than `width`. */
+  void AppendText(std::string_view text, std::size_t width) {
+    Take(text.size(), text.data());
+    Take(width - text.size(), nullptr);
+  }
+
+  /** Hands the block out; the caller gives it to free. */
+  template <typename Record>
+  Record *Release() {
+    if (used_ != size_) throw FatalError("a record was not filled to its end");
+    return reinterpret_cast<Record *>(bytes_.release());
+  }
+
+ private:
+  struct Free {
+    void operator()(char *bytes) const { std::free(bytes); }
+  };
+
+  /** The bytes are zero already where `source` is null. */
+  void Take(std::size_t size, const void *source) {
+    if (size > size_ - used_) throw FatalError("a record was filled beyond its end");
+    if (source != nullptr) std::memcpy(bytes_.get() + used_, source, size);
+    used_ += size;
+  }
+
+  std::size_t size_;
+  std::size_t used_ = 0;
+  std::unique_ptr<char, Free> bytes_;
+};
+
+}  // namespace kestrel::host::abi

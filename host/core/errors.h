@@ -1,0 +1,32 @@
+/* How operations of the model fail. */
+#pragma once
+
+#include <exception>
+#include <stdexcept>
+
+#include "host/export.h"
+
+namespace kestrel::host {
+
+/** An operation was refused, for the reason that its status gives; nothing has changed. */
+class KESTREL_HOST_EXPORT StatusError : public std::exception {
+ public:
+  /** `status` is a failure of constants.def. */
+  explicit StatusError(int status) : status_(status) {}
+  ~StatusError() override;
+
+  int status() const { return status_; }
+  const char *what() const noexcept override;
+
+ private:
+  int status_;
+};
+
+/** The model contradicts itself, so that no status would be honest. `what()` is the message, in UTF-8. */
+class KESTREL_HOST_EXPORT FatalError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+  ~FatalError() override;
+};
+
+}  // namespace kestrel::host

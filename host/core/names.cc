@@ -1,0 +1,13 @@
+#include "host/core/names.h"
+
+#include "host/core/errors.h"
+#include "kestrel/constants.h"
+
+namespace kestrel::host {
+
+void CheckName(std::string_view name, std::size_t width) {
+  if (name.empty() || name.find('\0') != std::string_view::npos) throw StatusError(ZEL_INVALID_NAME);
+  if (name.size() >= width) throw StatusError(ZEL_NAME_TOO_LONG);
+}
+
+}  // namespace kestrel::host

@@ -1,0 +1,44 @@
+/* The configuration that outlasts the one in use. */
+#pragma once
+
+#include <string>
+
+#include "host/core/errors.h"
+#include "host/core/switch_config.h"
+#include "host/core/switch_set.h"
+
+namespace kestrel::host {
+
+/** A switch as the store keeps it. */
+struct SavedSwitch {
+  SwitchConfig config;
+};
+
+/** Keeps the saved configuration of every switch, in memory. Every operation does all or nothing. */
+class Store {
+ public:
+  /** Saves a new switch. Throws StatusError ZEL_EXISTS when one of its names is taken. */
+  void AddSwitch(const SwitchConfig &config) { switches_.Add(SavedSwitch{config}); }
+
+  /** Saves a change of one switch, `change(config)`, which must itself do all or nothing. */
+  template <typename Change>
+  void Update(const std::string &id, Change change) {
+    SavedSwitch *saved = switches_.FindById(id);
+    if (saved == nullptr) throw FatalError("switch " + id + " runs and was never saved");
+    change(saved->config);
+  }
+
+  /** Saves a change of every switch, `change(config)`, which must not throw. */
+  template <typename Change>
+  void UpdateAll(Change change) {
+    for (SavedSwitch &saved : switches_.Items()) change(saved.config);
+  }
+
+  /** What is saved, in the order in which the switches were made. */
+  auto Switches() const { return switches_.Items(); }
+
+ private:
+  SwitchSet<SavedSwitch> switches_;
+};
+
+}  // namespace kestrel::host

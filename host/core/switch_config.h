@@ -1,0 +1,106 @@
+/* How a switch is configured. */
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "host/core/lag.h"
+#include "host/core/named_table.h"
+#include "host/core/port.h"
+#include "host/core/text_map.h"
+#include "host/core/uplink.h"
+#include "host/core/vlan.h"
+#include "host/export.h"
+
+namespace kestrel::host {
+
+/** In bytes, the Ethernet header apart. */
+inline constexpr std::uint32_t kDefaultMtu = 1500;
+/** The least that IPv6 asks of a link. */
+inline constexpr std::uint32_t kMinMtu = 1280;
+inline constexpr std::uint32_t kMaxMtu = 9000;
+
+/** What a switch is made from. */
+struct SwitchSpec {
+  /** Unique among all switches, in UUID form. */
+  std::string id;
+  /** The name by which the kernel knows the switch. */
+  std::string portset;
+  /** The name by which people know it. */
+  std::string alias;
+  std::uint32_t max_ports;
+  std::uint32_t mtu = kDefaultMtu;
+  /** The VLANs that the switch carries. */
+  VlanRange vlans = kAllVlans;
+
+  bool operator==(const SwitchSpec &) const = default;
+};
+
+/** The configuration of a switch: its ports, uplinks and groups, and the properties of each. A value, of which the
+    running switch holds one and the store another. Every operation does all or nothing. */
+class KESTREL_HOST_EXPORT SwitchConfig {
+ public:
+  /** Throws as CheckName does for the names, StatusError ZEL_BAD_PARAM for an MTU outside of kMinMtu to kMaxMtu,
+      ZEL_BAD_VLANID for a range of VLANs that is empty or goes beyond kMaxVlanId. */
+  explicit SwitchConfig(SwitchSpec spec);
+
+  const SwitchSpec &spec() const { return spec_; }
+  const NamedTable<Port> &ports() const { return ports_; }
+  const NamedTable<Uplink> &uplinks() const { return uplinks_; }
+  const NamedTable<Lag> &lags() const { return lags_; }
+
+  /** Throws StatusError ZEL_NOT_FOUND. */
+  const Port &PortNamed(std::string_view name) const;
+  const Uplink &UplinkNamed(std::string_view name) const;
+
+  /** The name of the NIC in an uplink, null when it has none or is no uplink. */
+  const std::string *NicOf(PortId uplink) const;
+  /** Null when the NIC is not plugged into this switch. */
+  const Uplink *UplinkOfNic(std::string_view nic) const;
+  /** Ports that have a client. */
+  std::uint32_t CountActivePorts() const;
+
+  /** Throws StatusError ZEL_EXISTS when the identifier or the name is taken, ZEL_LIMIT_EXCEEDED when the switch is
+      full, and as CheckName does. */
+  void AddPort(Port port);
+  /** Removes a port, be it an uplink or not; groups keep the uplink's name. No effect when there is none. */
+  void RemovePort(PortId id) noexcept;
+  /** Adds an uplink and its port. Throws as AddPort does; uplinks and groups share one space of names. */
+  void AddUplink(std::string name, Port port);
+  /** Throws StatusError ZEL_NOT_FOUND for a member that is no uplink, ZEL_BAD_PARAM for no members or one that is
+      named twice, ZEL_BUSY for one that belongs to another group, ZEL_EXISTS, ZEL_LIMIT_EXCEEDED and as CheckName
+      does. */
+  void AddLag(Lag lag);
+  void RemoveLag(std::uint32_t id) noexcept;
+
+  /** Plugs a client into a port. Throws StatusError ZEL_NOT_FOUND for an unknown port, ZEL_BAD_PARAM for a client
+      that does not belong there: a NIC belongs into an uplink and nothing else does; ZEL_IS_CONNECTED when the port
+      or the NIC is taken. */
+  void Connect(PortId id, Client client);
+  /** No effect on a port that is unknown or free. */
+  void Disconnect(PortId id) noexcept;
+
+  /** Sets a port's VLAN policy, or takes it away. No effect on an unknown port. */
+  void SetVlan(PortId id, std::optional<VlanPolicy> policy) noexcept;
+
+  /** Gives every property of the switch and its ports its default. What exists and who is plugged in remains. */
+  void ResetProperties() noexcept;
+  /** Drops group members whose uplink is gone, and groups that have none left. */
+  void DropDangling() noexcept;
+
+  bool operator==(const SwitchConfig &) const = default;
+
+ private:
+  void CheckTeamingName(std::string_view name, std::size_t width) const;
+
+  SwitchSpec spec_;
+  NamedTable<Port> ports_;
+  NamedTable<Uplink> uplinks_;
+  NamedTable<Lag> lags_;
+  /** The uplinks that have a NIC, by its name. */
+  TextMap<PortId> nics_;
+};
+
+}  // namespace kestrel::host

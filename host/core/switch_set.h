@@ -1,0 +1,78 @@
+/* Switches, found by each of their names. */
+#pragma once
+
+#include <memory>
+#include <ranges>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "host/core/errors.h"
+#include "host/core/switch_config.h"
+#include "host/core/text_map.h"
+#include "kestrel/constants.h"
+
+namespace kestrel::host {
+
+/** Items with a SwitchConfig as their member `config`, in the order in which they were added, found by each of
+    the names of the switch without a scan. An item stays at its address until it is removed. */
+template <typename Item>
+class SwitchSet {
+ public:
+  /** Throws StatusError ZEL_EXISTS when the identifier, the portset name or the alias is taken; the latter two
+      share one space of names. */
+  Item &Add(Item item) {
+    const SwitchSpec &spec = item.config.spec();
+    if (FindById(spec.id) != nullptr || Find(spec.portset) != nullptr || Find(spec.alias) != nullptr) {
+      throw StatusError(ZEL_EXISTS);
+    }
+    Item &added = *list_.emplace_back(std::make_unique<Item>(std::move(item)));
+    const SwitchSpec &names = added.config.spec();
+    try {
+      ids_.emplace(names.id, &added);
+      names_.emplace(names.portset, &added);
+      names_.emplace(names.alias, &added);
+    } catch (...) {
+      Remove(added);
+      throw;
+    }
+    return added;
+  }
+
+  void Remove(const Item &which) noexcept {
+    const SwitchSpec &spec = which.config.spec();
+    ids_.erase(spec.id);
+    names_.erase(spec.portset);
+    names_.erase(spec.alias);
+    std::erase_if(list_, [&which](const Pointer &item) { return item.get() == &which; });
+  }
+
+  /** By portset name or alias; null when there is none. */
+  const Item *Find(std::string_view name) const { return FindIn(names_, name); }
+  Item *Find(std::string_view name) { return FindIn(names_, name); }
+  /** Null when there is none. */
+  const Item *FindById(std::string_view id) const { return FindIn(ids_, id); }
+  Item *FindById(std::string_view id) { return FindIn(ids_, id); }
+
+  std::size_t size() const { return list_.size(); }
+  auto Items() const {
+    return std::views::transform(list_, [](const Pointer &item) -> const Item & { return *item; });
+  }
+  auto Items() {
+    return std::views::transform(list_, [](const Pointer &item) -> Item & { return *item; });
+  }
+
+ private:
+  using Pointer = std::unique_ptr<Item>;
+
+  static Item *FindIn(const TextMap<Item *> &index, std::string_view key) {
+    const auto found = index.find(key);
+    return found == index.end() ? nullptr : found->second;
+  }
+
+  std::vector<Pointer> list_;
+  TextMap<Item *> names_;
+  TextMap<Item *> ids_;
+};
+
+}  // namespace kestrel::host

@@ -1,0 +1,228 @@
+/* The frame: how every wrapper parses, converts, calls and reports; the exception channel; the pointer object's
+   methods; records and their classes. Everything here is stock SWIG with its documented hooks. */
+
+#ifndef KESTREL_PYFRAGMENTS
+#error "pyfragments.swg was not found: put the interface directory on SWIG's search path"
+#endif
+
+#if SWIG_VERSION < 0x040100 || SWIG_VERSION >= 0x040300
+#error "SWIG 4.1 or 4.2 is needed: other versions share types under another runtime data version"
+#endif
+
+%header %{
+#if PY_VERSION_HEX < 0x030B0000 || PY_VERSION_HEX >= 0x030C0000
+#error "the module is built for Python 3.11"
+#endif
+#include "exception_channel.h"
+%}
+
+/* ---- Parsing ---------------------------------------------------------------------------------------------------
+   Every wrapper parses with "O" for each argument, a colon and its name. SWIG writes PyArg_UnpackTuple calls; this
+   macro stands behind the runtime, which keeps the real function, and before the wrappers. No wrapper has optional
+   arguments: one that had would not compile, for want of a FORMAT_1_2. */
+%header %{
+#define KESTREL_FORMAT_0_0 ""
+#define KESTREL_FORMAT_1_1 "O"
+#define KESTREL_FORMAT_2_2 "OO"
+#define KESTREL_FORMAT_3_3 "OOO"
+#define KESTREL_FORMAT_4_4 "OOOO"
+#define KESTREL_FORMAT_5_5 "OOOOO"
+#define KESTREL_FORMAT_6_6 "OOOOOO"
+#define KESTREL_FORMAT_7_7 "OOOOOOO"
+#define KESTREL_FORMAT_8_8 "OOOOOOOO"
+#define PyArg_UnpackTuple(args, name, min, max, ...) \
+  PyArg_ParseTuple(args, KESTREL_FORMAT_##min##_##max ":" name, ##__VA_ARGS__)
+%}
+
+/* ---- Exception channel -----------------------------------------------------------------------------------------
+   Armed after the arguments are converted. On a jump the wrapper returns at once and releases nothing: the
+   abandoned call may still hold the buffers. Member accessors are not reached by this and do not arm. */
+%exception {
+  exception_status = setjmp(exception_buffer);
+  if (exception_status) {
+    PyErr_SetString(exceptionType, exceptionMsg);
+    return NULL;
+  }
+  $action
+}
+
+/* ---- Pointer objects -------------------------------------------------------------------------------------------
+   `append` with something else returns null and sets no exception, so that the interpreter reports it. The owner
+   flag is tied to a reference on the type table's capsule, which the runtime takes only for objects that are made
+   owning and drops whenever an owning object goes: every change of the flag has to keep the two in step. */
+%header %{
+SWIGINTERN void kestrel_set_own(SwigPyObject *object, int own) {
+  if (own && !object->own) Py_XINCREF(Swig_Capsule_global);
+  if (!own && object->own) Py_XDECREF(Swig_Capsule_global);
+  object->own = own;
+}
+
+SWIGINTERN PyObject *kestrel_append(PyObject *self, PyObject *next) {
+  return SwigPyObject_Check(next) ? SwigPyObject_append(self, next) : NULL;
+}
+
+SWIGINTERN PyObject *kestrel_acquire(PyObject *self, PyObject *SWIGUNUSEDPARM(args)) {
+  kestrel_set_own((SwigPyObject *)self, SWIG_POINTER_OWN);
+  return SWIG_Py_Void();
+}
+
+SWIGINTERN PyObject *kestrel_disown(PyObject *self, PyObject *SWIGUNUSEDPARM(args)) {
+  kestrel_set_own((SwigPyObject *)self, 0);
+  return SWIG_Py_Void();
+}
+
+SWIGINTERN PyObject *kestrel_own(PyObject *self, PyObject *args) {
+  PyObject *flag = NULL, *before;
+  int on = 0;
+  /* In parentheses the name is the function and not the macro above. */
+  if (!(PyArg_UnpackTuple)(args, "own", 0, 1, &flag)) return NULL;
+  if (flag && (on = PyObject_IsTrue(flag)) < 0) return NULL;
+  before = PyBool_FromLong(((SwigPyObject *)self)->own);
+  if (flag) kestrel_set_own((SwigPyObject *)self, on ? SWIG_POINTER_OWN : 0);
+  return before;
+}
+
+/* Converts a pointer; with SWIG_POINTER_DISOWN the object no longer owns it afterwards. Wrappers come here through
+   the macro; a bare pointer object of just the type asked for, by far the most frequent case, is told at once. */
+SWIGINTERNINLINE int kestrel_convert(PyObject *object, void **pointer, swig_type_info *type, int flags) {
+  int own = 0, res;
+  if (type && Py_TYPE(object) == SwigPyObject_type() && ((SwigPyObject *)object)->ty == type) {
+    *pointer = ((SwigPyObject *)object)->ptr;
+    if (flags & SWIG_POINTER_DISOWN) kestrel_set_own((SwigPyObject *)object, 0);
+    return SWIG_OK;
+  }
+  res = SWIG_ConvertPtrAndOwn(object, pointer, type, flags, &own);
+  if (SWIG_IsOK(res) && own && (flags & SWIG_POINTER_DISOWN)) Py_XDECREF(Swig_Capsule_global);
+  return res;
+}
+#undef SWIG_ConvertPtr
+#define SWIG_ConvertPtr(object, pointer, type, flags) kestrel_convert(object, pointer, type, flags)
+
+SWIGINTERN PyObject *kestrel_instance_method_new(PyObject *SWIGUNUSEDPARM(self), PyObject *callable) {
+  return PyInstanceMethod_New(callable);
+}
+
+static PyMethodDef kestrel_runtime_methods[] = {
+  {"SWIG_PyInstanceMethod_New", kestrel_instance_method_new, METH_O, NULL},
+  {NULL, NULL, 0, NULL},
+};
+
+SWIGINTERN PyMethodDef *kestrel_pointer_method(const char *name) {
+  PyMethodDef *method = swigobject_methods;
+  while (method->ml_name && strcmp(method->ml_name, name) != 0) ++method;
+  return method->ml_name ? method : NULL;
+}
+
+/* Completes the pointer object: our methods in its table, and its own __repr__ with its own documentation in the
+   place of the one that the interpreter derives from the type's slot. */
+SWIGINTERN int kestrel_complete_pointer_object(void) {
+  const struct {
+    const char *name;
+    PyCFunction function;
+  } replacements[] = {
+    {"append", kestrel_append}, {"acquire", kestrel_acquire}, {"disown", kestrel_disown}, {"own", kestrel_own},
+  };
+  PyTypeObject *type = SwigPyObject_type();
+  PyMethodDef *method;
+  PyObject *representation;
+  int res;
+  size_t i;
+  for (i = 0; i < sizeof replacements / sizeof *replacements; ++i) {
+    if (!(method = kestrel_pointer_method(replacements[i].name))) return -1;
+    method->ml_meth = replacements[i].function;
+  }
+  if (!(method = kestrel_pointer_method("__repr__"))) return -1;
+  if (!(representation = PyDescr_NewMethod(type, method))) return -1;
+  res = PyDict_SetItemString(type->tp_dict, "__repr__", representation);
+  Py_DECREF(representation);
+  PyType_Modified(type);
+  return res;
+}
+%}
+
+%init %{
+  if (PyModule_AddFunctions(m, kestrel_runtime_methods) < 0 || kestrel_complete_pointer_object() < 0) {
+    if (!PyErr_Occurred()) PyErr_SetString(PyExc_ImportError, "the pointer object lacks a method");
+    return NULL;
+  }
+%}
+
+/* ---- Fixed and trailing arrays ---------------------------------------------------------------------------------
+   Setters copy all elements from the memory that the pointer designates; null is an error. Arrays of length 0
+   convert and check alike and copy nothing. memmove, for packed members need not be aligned. */
+%typemap(memberin) SWIGTYPE [ANY], SWIGTYPE [ANY][ANY], char [0] {
+  if (!$input) {
+    %variable_nullref("$type", "$name");
+  }
+  memmove(&$1[0], $input, sizeof($1));
+}
+
+/* A character array without length has no text: it crosses as a pointer to its first byte. */
+%typemap(in,noblock=1) char [0] (void *argp = 0, int res = 0) {
+  res = SWIG_ConvertPtr($input, &argp, $descriptor(char *), 0);
+  if (!SWIG_IsOK(res)) {
+    %argument_fail(res, "$type", $symname, $argnum);
+  }
+  $1 = %reinterpret_cast(argp, $ltype);
+}
+%typemap(out,noblock=1) char [0] {
+  %set_output(SWIG_NewPointerObj(%as_voidptr($1), $descriptor(char *), 0));
+}
+
+/* ---- Outputs that the caller does not pass ---------------------------------------------------------------------
+   The parameter's name in the header decides: the result becomes the list [status, output...]. */
+
+/** A record that the platform allocates and that Python does not own. */
+%typemap(in,numinputs=0,noblock=1) SWIGTYPE **tableOut ($*1_ltype table = 0) {
+  $1 = &table;
+}
+%typemap(argout,noblock=1) SWIGTYPE **tableOut {
+  %append_output(SWIG_NewPointerObj(%as_voidptr(*$1), $*descriptor, 0));
+}
+
+/** A 32-bit integer or enumeration. */
+%typemap(in,numinputs=0,noblock=1) SWIGTYPE *valueOut ($*1_ltype value), unsigned int *valueOut (unsigned int value) {
+  memset(&value, 0, sizeof(value));
+  $1 = &value;
+}
+%typemap(argout,noblock=1,fragment=SWIG_From_frag(int)) SWIGTYPE *valueOut {
+  %append_output(SWIG_From(int)((int)*$1));
+}
+%typemap(argout,noblock=1,fragment=SWIG_From_frag(unsigned int)) unsigned int *valueOut {
+  %append_output(SWIG_From(unsigned int)(*$1));
+}
+
+/* ---- Records ---------------------------------------------------------------------------------------------------
+   The headers announce each record with KESTREL_RECORD. A record gets a class registration; its constructor gives
+   a bare pointer object even when a class is registered; as a member by value it refuses null. */
+%typemap(out,noblock=1) SWIGTYPE *KESTREL_NEW {
+  %set_output(SWIG_NewPointerObj(%as_voidptr($1), $descriptor, SWIG_POINTER_NEW | %newpointer_flags));
+}
+
+%header %{
+SWIGINTERN PyObject *kestrel_register_class(PyObject *args, swig_type_info *type) {
+  PyObject *cls;
+  if (!PyArg_ParseTuple(args, "O:swigregister", &cls)) return NULL;
+  SWIG_TypeNewClientData(type, SWIG_NewClientData(cls));
+  return SWIG_Py_Void();
+}
+%}
+
+%define KESTREL_RECORD(T, SIZE)
+%typemap(out) SWIGTYPE *T = SWIGTYPE *KESTREL_NEW;
+%typemap(memberin,noblock=1) T {
+  if (!$input) {
+    %argument_nullref("$type *", $symname, 2);
+  }
+  if (arg1) $1 = *$input;
+}
+%native(T##_swigregister) PyObject *T##_swigregister(PyObject *self, PyObject *args);
+%wrapper %{
+SWIGINTERN PyObject *T##_swigregister(PyObject *SWIGUNUSEDPARM(self), PyObject *args) {
+  return kestrel_register_class(args, SWIGTYPE_p_##T);
+}
+%}
+%enddef
+
+/** Members that scripts may read and not replace. */
+#define KESTREL_READ_ONLY(member) %immutable; member; %mutable

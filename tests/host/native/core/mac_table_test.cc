@@ -1,0 +1,146 @@
+#include "host/core/mac_table.h"
+
+#include <vector>
+
+#include "tests/host/native/support/status.h"
+#include "tests/host/native/support/test_host.h"
+
+namespace kestrel::host {
+namespace {
+
+using std::chrono::seconds;
+
+constexpr PortId kHere = 1;
+constexpr PortId kThere = 2;
+constexpr MacKey kKey{100, Station(1)};
+
+TEST(MacTable, LearnsThenRefreshes) {
+  MacTable table;
+  EXPECT_EQ(table.Learn(kKey, kHere, seconds(5)), Learning::kNew);
+  EXPECT_EQ(table.Learn(kKey, kHere, seconds(9)), Learning::kRefreshed);
+  EXPECT_EQ(table.entries().at(kKey), (MacEntry{VS_MAC_ADDR_TYPE_LEARNED, kHere, seconds(9), 0}));
+  EXPECT_EQ(table.entries().size(), 1U);
+}
+
+TEST(MacTable, CountsMovesBetweenPorts) {
+  MacTable table;
+  table.Learn(kKey, kHere, seconds(0));
+  EXPECT_EQ(table.Learn(kKey, kThere, seconds(1)), Learning::kMoved);
+  EXPECT_EQ(table.Learn(kKey, kThere, seconds(2)), Learning::kRefreshed);
+  EXPECT_EQ(table.Learn(kKey, kHere, seconds(3)), Learning::kMoved);
+  EXPECT_EQ(table.entries().at(kKey), (MacEntry{VS_MAC_ADDR_TYPE_LEARNED, kHere, seconds(3), 2}));
+}
+
+TEST(MacTable, OneAddressInTwoVlansIsTwoEntries) {
+  MacTable table;
+  table.Learn({1, Station(1)}, kHere, seconds(0));
+  EXPECT_EQ(table.Learn({2, Station(1)}, kThere, seconds(0)), Learning::kNew);
+  EXPECT_EQ(table.entries().size(), 2U);
+}
+
+TEST(MacTable, OrdersByVlanThenByAddressAsSent) {
+  const std::vector<MacKey> ordered{{0, {0x02, 0, 0, 0, 0, 9}},    {7, {0x02, 0, 0, 0, 0, 0xff}},
+                                    {7, {0x02, 0, 0, 0, 1, 0}},    {7, {0x7e, 0, 0, 0, 0, 0}},
+                                    {7, {0x80, 0, 0, 0, 0, 0}},    {7, {0xfe, 0xff, 0, 0, 0, 0}},
+                                    {256, {0x02, 0, 0, 0, 0, 1}}};
+  MacTable table;
+  for (const std::size_t i : {4, 0, 6, 2, 5, 1, 3}) table.Learn(ordered[i], kHere, seconds(0));
+  std::vector<MacKey> seen;
+  for (const auto &[key, entry] : table.entries()) seen.push_back(key);
+  EXPECT_EQ(seen, ordered);
+}
+
+TEST(MacTable, DropsAnEntryWhenItsTimeIsOverAndNotBefore) {
+  MacTable table(10, seconds(60));
+  table.Learn(kKey, kHere, seconds(5));
+  table.Expire(seconds(65) - Duration(1));
+  EXPECT_EQ(table.entries().size(), 1U);
+  table.Expire(seconds(65));
+  EXPECT_TRUE(table.entries().empty());
+}
+
+TEST(MacTable, AFrameMakesAnEntryYoungAgain) {
+  MacTable table(10, seconds(60));
+  table.Learn({1, Station(1)}, kHere, seconds(0));
+  table.Learn({1, Station(2)}, kHere, seconds(10));
+  table.Learn({1, Station(1)}, kHere, seconds(50));
+  table.Expire(seconds(70));
+  ASSERT_EQ(table.entries().size(), 1U);
+  EXPECT_EQ(table.entries().begin()->first.address, Station(1));
+  table.Expire(seconds(110));
+  EXPECT_TRUE(table.entries().empty());
+}
+
+TEST(MacTable, AgesAsTheConstantsSayUnlessTold) {
+  MacTable table;
+  table.Learn(kKey, kHere, seconds(0));
+  table.Expire(seconds(VS_MAC_LEARNING_AGING_TIME_DEFAULT) - Duration(1));
+  EXPECT_EQ(table.entries().size(), 1U);
+  table.Expire(seconds(VS_MAC_LEARNING_AGING_TIME_DEFAULT));
+  EXPECT_TRUE(table.entries().empty());
+}
+
+TEST(MacTable, LearnsUpToItsLimitAndGoesOnRefreshing) {
+  MacTable table(2, seconds(60));
+  table.Learn({1, Station(1)}, kHere, seconds(0));
+  table.Learn({1, Station(2)}, kHere, seconds(30));
+  EXPECT_EQ(table.Learn({1, Station(3)}, kHere, seconds(30)), Learning::kFull);
+  EXPECT_EQ(table.Learn({1, Station(2)}, kThere, seconds(31)), Learning::kMoved);
+  table.Enter({1, Station(4)}, VS_MAC_ADDR_TYPE_USER, kHere, seconds(31));
+  EXPECT_EQ(table.entries().size(), 3U) << "entered addresses do not count";
+  table.Expire(seconds(60));
+  EXPECT_EQ(table.Learn({1, Station(3)}, kHere, seconds(60)), Learning::kNew);
+}
+
+TEST(MacTable, EnteredAddressesStayAsTheyAre) {
+  MacTable table(10, seconds(60));
+  table.Enter({1, Station(1)}, VS_MAC_ADDR_TYPE_STATIC, kHere, seconds(0));
+  table.Enter({1, Station(2)}, VS_MAC_ADDR_TYPE_USER, kHere, seconds(0));
+  const auto before = table.entries();
+  EXPECT_EQ(table.Learn({1, Station(1)}, kThere, seconds(1)), Learning::kFixed);
+  EXPECT_EQ(table.Learn({1, Station(2)}, kThere, seconds(1)), Learning::kFixed);
+  table.Expire(seconds(1000));
+  EXPECT_EQ(table.entries(), before);
+}
+
+TEST(MacTable, AnEnteredAddressReplacesALearnedOneAndOutlivesIt) {
+  MacTable table(10, seconds(60));
+  table.Learn(kKey, kHere, seconds(0));
+  table.Enter(kKey, VS_MAC_ADDR_TYPE_USER, kThere, seconds(1));
+  table.Expire(seconds(1000));
+  ASSERT_EQ(table.entries().size(), 1U);
+  EXPECT_EQ(table.entries().at(kKey), (MacEntry{VS_MAC_ADDR_TYPE_USER, kThere, seconds(1), 0}));
+}
+
+TEST(MacTable, RefusesASecondEntryAndOtherKinds) {
+  MacTable table;
+  table.Enter(kKey, VS_MAC_ADDR_TYPE_STATIC, kHere, seconds(0));
+  const auto before = table.entries();
+  EXPECT_STATUS(ZEL_EXISTS, table.Enter(kKey, VS_MAC_ADDR_TYPE_USER, kThere, seconds(1)));
+  EXPECT_STATUS(ZEL_BAD_PARAM, table.Enter({1, Station(9)}, VS_MAC_ADDR_TYPE_LEARNED, kHere, seconds(1)));
+  EXPECT_STATUS(ZEL_BAD_PARAM, table.Enter({1, Station(9)}, VS_MAC_ADDR_TYPE_ALL, kHere, seconds(1)));
+  EXPECT_EQ(table.entries(), before);
+}
+
+TEST(MacTable, ForgetsWhatItIsToldToAndLearnsItAgain) {
+  MacTable table(2, seconds(60));
+  table.Learn({1, Station(1)}, kHere, seconds(0));
+  table.Learn({1, Station(2)}, kThere, seconds(0));
+  table.RemoveIf([](const MacKey &, const MacEntry &entry) { return entry.port == kHere; });
+  ASSERT_EQ(table.entries().size(), 1U);
+  EXPECT_EQ(table.entries().begin()->second.port, kThere);
+  EXPECT_EQ(table.Learn({1, Station(1)}, kHere, seconds(40)), Learning::kNew);
+  table.Expire(seconds(60));
+  EXPECT_EQ(table.entries().begin()->first.address, Station(1)) << "its age counts from the second time";
+}
+
+TEST(MacTable, StationsAreNeitherGroupsNorNobody) {
+  EXPECT_TRUE(IsStation({0x02, 0, 0, 0, 0, 0}));
+  EXPECT_TRUE(IsStation({0, 0, 0, 0, 0, 1}));
+  EXPECT_FALSE(IsStation({}));
+  EXPECT_FALSE(IsStation({0x01, 0, 0x5e, 0, 0, 1}));
+  EXPECT_FALSE(IsStation({0xff, 0xff, 0xff, 0xff, 0xff, 0xff}));
+}
+
+}  // namespace
+}  // namespace kestrel::host

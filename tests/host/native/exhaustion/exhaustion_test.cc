@@ -1,0 +1,170 @@
+/* Every operation, with memory running out at its first allocation, its second, and so on until it succeeds: it
+   fails with ZEL_NO_MEMORY, its outputs are null, and nothing has changed. */
+#include <cstdlib>
+#include <functional>
+#include <new>
+
+#include "host/abi/guard.h"
+#include "kestrel/runtime_queries.h"
+#include "kestrel/state_store.h"
+#include "kestrel/switch_config.h"
+#include "tests/host/native/support/face_test.h"
+
+namespace {
+
+/** How many allocations from now on succeed; negative: all of them. */
+int allocations_left = -1;
+
+void *Allocate(std::size_t size) {
+  if (allocations_left == 0) throw std::bad_alloc();
+  if (allocations_left > 0) --allocations_left;
+  if (void *memory = std::malloc(size == 0 ? 1 : size)) return memory;
+  throw std::bad_alloc();
+}
+
+}  // namespace
+
+// The libraries allocate through these too.
+#define EXPORTED __attribute__((visibility("default")))
+EXPORTED void *operator new(std::size_t size) { return Allocate(size); }
+EXPORTED void *operator new[](std::size_t size) { return Allocate(size); }
+EXPORTED void operator delete(void *memory) noexcept { std::free(memory); }
+EXPORTED void operator delete[](void *memory) noexcept { std::free(memory); }
+EXPORTED void operator delete(void *memory, std::size_t) noexcept { std::free(memory); }
+EXPORTED void operator delete[](void *memory, std::size_t) noexcept { std::free(memory); }
+
+namespace kestrel::host {
+namespace {
+
+class Exhaustion : public FaceTest {
+ protected:
+  /** Runs `call` on a host made by `prepare` until memory suffices; gives the number of failures on the way. */
+  int Sweep(const std::function<ZEL_ReturnStatus()> &call, const std::function<void()> &prepare = [] {}) {
+    for (int limit = 0; limit < 10000; ++limit) {
+      InstallProcessHost(MakeTestHost());
+      prepare();
+      const SwitchConfig before = Config();
+      const std::size_t switches = host().Switches().size();
+      allocations_left = limit;
+      const ZEL_ReturnStatus status = call();
+      allocations_left = -1;
+      if (status == ZEL_OK) return limit;
+      EXPECT_EQ(status, ZEL_NO_MEMORY) << limit;
+      EXPECT_EQ(host().Switches().size(), switches) << limit;
+      EXPECT_EQ(Config(), before) << limit;
+      host().Cleanup();
+      host().LoadConfig();
+      EXPECT_EQ(host().Switches().size(), switches) << limit << ", saved";
+      EXPECT_EQ(Config(), before) << limit << ", saved";
+      if (HasFailure()) return limit;
+    }
+    ADD_FAILURE() << "memory never sufficed";
+    return 0;
+  }
+
+  /** Sweeps a call that hands out a record. */
+  template <typename Record>
+  int SweepQuery(const std::function<ZEL_ReturnStatus(Record **)> &call) {
+    return Sweep([&call] {
+      Record *record = Stale<Record>();
+      const ZEL_ReturnStatus status = call(&record);
+      EXPECT_EQ(record == nullptr, status != ZEL_OK);
+      std::free(record);
+      return status;
+    });
+  }
+
+  const SwitchConfig &Config() { return host().FindSwitch(kAlias).config; }
+};
+
+TEST_F(Exhaustion, OfQueries) {
+  EXPECT_GT(SweepQuery<VSLAGTable>([](auto **out) { return VSZEL_GetLAGTable(kAlias, out); }), 0);
+  SweepQuery<VSList>([](auto **out) { return VSZEL_GetSwitches(VS_LIST_PS, out); });
+  SweepQuery<VSUplinks>([](auto **out) { return VSZEL_GetUplinks(kAlias, out); });
+  SweepQuery<VSMACTable>([](auto **out) { return VSZEL_GetMACTable(kAlias, VS_MAC_ADDR_TYPE_ALL, out); });
+}
+
+TEST_F(Exhaustion, OfReadingAPolicy) {
+  const auto prepare = [this] {
+    const VlanPolicy policy{.mode = VlanMode::kTrunk, .ranges = {{1, 5}, {6, 9}}};
+    host().SetPortVlan(kAlias, "machine", policy, Persistence::kSaved);
+  };
+  const auto call = [] {
+    VSPortVlanPolicy *record = Stale<VSPortVlanPolicy>();
+    int length = -1;
+    const ZEL_ReturnStatus status = VSDVS_GetPortVLANPolicy(kAlias, "machine", &record, &length);
+    EXPECT_EQ(record == nullptr, status != ZEL_OK);
+    EXPECT_EQ(length, status == ZEL_OK ? 16 : 0);
+    std::free(record);
+    return status;
+  };
+  EXPECT_GT(Sweep(call, prepare), 0);
+}
+
+TEST_F(Exhaustion, OfSettingAPolicy) {
+  const auto set = [] {
+    zel_VDSPortVIDRange ranges[] = {{1, 5}, {6, 9}};
+    return VSDVS_SetPortVLANPolicy(kAlias, "machine", 0, 1, 0, 0, ranges, 2);
+  };
+  EXPECT_GT(Sweep(set), 0);
+}
+
+TEST_F(Exhaustion, OfTheLifeOfTheConfiguration) {
+  EXPECT_GT(Sweep(DVSLoadConfig), 0);
+  Sweep(DVSState_ConfigReset);
+  Sweep(DVSZEL_StateSanitize);
+}
+
+TEST_F(Exhaustion, OfLoadingAReleasedConfiguration) {
+  InstallProcessHost(MakeTestHost());
+  const SwitchConfig before = Config();
+  host().Cleanup();
+  int limit = 0;
+  for (allocations_left = 0; DVSLoadConfig() != ZEL_OK; allocations_left = ++limit) {
+    allocations_left = -1;
+    ASSERT_EQ(host().Switches().size(), 0U);
+  }
+  allocations_left = -1;
+  EXPECT_GT(limit, 0);
+  EXPECT_EQ(Config(), before);
+}
+
+TEST_F(Exhaustion, OfBuildingASwitch) {
+  const auto sweep = [this](auto operation) {
+    const auto call = [&] { return abi::Guarded([&] { operation(host()); }); };
+    EXPECT_GT(Sweep(call), 0);
+  };
+  const std::string name(40, 'n');  // longer than a string keeps without an allocation
+  sweep([&](Host &host) { host.AddPort(kAlias, name); });
+  sweep([&](Host &host) { host.AddUplink(kAlias, name, name); });
+  sweep([&](Host &host) { host.AddNic(name.substr(0, 31), kUp); });
+  sweep([&](Host &host) { host.Connect(kAlias, "free", {VS_PORT_CLIENT_VNIC, name}); });
+  sweep([&](Host &host) { host.AddSwitch({.id = name, .portset = name, .alias = name + "2", .max_ports = 1}); });
+}
+
+TEST_F(Exhaustion, OfPluggingANicIn) {
+  const auto prepare = [this] { host().AddNic("nic-spare", kUp); };
+  const auto call = [this] {
+    return abi::Guarded([this] { host().Connect(kAlias, "u2", {VS_PORT_CLIENT_UPLINK, "nic-spare"}); });
+  };
+  EXPECT_GT(Sweep(call, prepare), 0);
+}
+
+TEST_F(Exhaustion, OfGrouping) {
+  const auto prepare = [this] { host().AddUplink(kAlias, "fourth", "u4"); };
+  const auto call = [this] {
+    return abi::Guarded([this] { host().AddLag(kAlias, {.id = 9, .name = "second", .members = {"fourth"}}); });
+  };
+  EXPECT_GT(Sweep(call, prepare), 0);
+}
+
+TEST_F(Exhaustion, OfLearning) {
+  const auto learn = [this] {
+    return abi::Guarded([this] { host().SeeSource(kAlias, IdOfPort(host(), "machine"), {0, Station(1)}); });
+  };
+  EXPECT_GT(Sweep(learn), 0);
+  EXPECT_EQ(host().FindSwitch(kAlias).macs.entries().size(), 1U);
+}
+
+}  // namespace
+}  // namespace kestrel::host

@@ -1,0 +1,53 @@
+"""Raw memory behind pointer objects, and the C library's own count of it."""
+
+from __future__ import annotations
+
+import ctypes
+from pathlib import Path
+from types import ModuleType
+from typing import Any
+
+
+def address(pointer: Any) -> int:
+    """The address that a pointer object designates."""
+    return int(pointer)
+
+
+def read(pointer: Any, size: int, offset: int = 0) -> bytes:
+    return ctypes.string_at(address(pointer) + offset, size)
+
+
+def write(pointer: Any, data: bytes, offset: int = 0) -> None:
+    ctypes.memmove(address(pointer) + offset, data, len(data))
+
+
+class _Mallinfo(ctypes.Structure):
+    _fields_ = (
+        *((name, ctypes.c_size_t) for name in ("arena", "ordblks", "smblks", "hblks", "hblkhd", "usmblks")),
+        *((name, ctypes.c_size_t) for name in ("fsmblks", "uordblks", "fordblks", "keepcost")),
+    )
+
+
+_mallinfo2 = ctypes.CDLL(None).mallinfo2
+_mallinfo2.restype = _Mallinfo
+
+
+def allocated_bytes() -> int:
+    """Bytes that the C library's allocator has handed out and not got back."""
+    info = _mallinfo2()
+    return int(info.uordblks + info.hblkhd)
+
+
+_usable = ctypes.CDLL(None).malloc_usable_size
+_usable.restype = ctypes.c_size_t
+
+
+def usable_size(pointer: Any) -> int:
+    """Bytes that the allocator gave to the block a pointer object designates."""
+    return int(_usable(ctypes.c_void_p(address(pointer))))
+
+
+def module_bytes(module: ModuleType) -> bytes:
+    """The file of an extension module."""
+    assert module.__file__ is not None
+    return Path(module.__file__).read_bytes()
