@@ -20,14 +20,10 @@ from benchmarks import build, calls, imports, machine, report, timing
 
 def main() -> None:
     """Build, check, measure and report."""
-    parser = argparse.ArgumentParser(
-        description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter
-    )
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--json", type=Path, metavar="FILE", help="also write all figures to FILE")
     parser.add_argument("--rounds", type=int, default=1000, help="rounds of calls (default: %(default)s)")
-    parser.add_argument(
-        "--imports", type=int, default=200, help="imports of each kind (default: %(default)s)"
-    )
+    parser.add_argument("--imports", type=int, default=200, help="imports of each kind (default: %(default)s)")
     options = parser.parse_args()
     if options.rounds < 1 or options.imports < 1:
         parser.error("--rounds and --imports are at least 1")

@@ -1,7 +1,7 @@
 """The operations on a record, as each peer spells them.
 
 The record is `zel_MgmtApiSignature`, with an unsigned 32-bit `version` and a nested `zel_Name` called `name`,
-which is a text of at most 31 bytes and a zero.
+which is a text of at most 31 bytes and a zero. It has no flag: that is `synchronous` of `zel_MgmtCallbackInfo`.
 """
 
 from __future__ import annotations
@@ -25,6 +25,7 @@ TEXT_GETTER = "text getter"
 TEXT_SETTER = "text setter"
 NESTED_GETTER = "nested record getter"
 CONSTRUCTOR = "constructor and release"
+FLAG_SETTER = "flag setter"
 PROXY_GETTER = "integer getter, of a proxy"
 NESTED_PROXY_GETTER = "nested record getter, as proxy"
 
@@ -63,23 +64,31 @@ def _flat(title: str, module: Any) -> Contender:
     class Proxy:
         this: Any
 
+    class CallbackInfo:
+        __swig_destroy__ = module.delete_zel_MgmtCallbackInfo
+
     module.zel_MgmtApiSignature_swigregister(Signature)
+    module.zel_MgmtCallbackInfo_swigregister(CallbackInfo)
     record = module.new_zel_MgmtApiSignature()
     proxy = Proxy()
     proxy.this = record
     names = {
         "record": record,
         "proxy": proxy,
+        "callback": module.new_zel_MgmtCallbackInfo(),
         "name": module.zel_MgmtApiSignature_name_get(record),
         "new": module.new_zel_MgmtApiSignature,
         "version_get": module.zel_MgmtApiSignature_version_get,
         "version_set": module.zel_MgmtApiSignature_version_set,
         "name_get": module.zel_MgmtApiSignature_name_get,
+        "synchronous_get": module.zel_MgmtCallbackInfo_synchronous_get,
+        "synchronous_set": module.zel_MgmtCallbackInfo_synchronous_set,
         "name_register": module.zel_Name_swigregister,
         "string_get": module.zel_Name_string_get,
         "string_set": module.zel_Name_string_set,
     }
-    return Contender(title, names, {**_FUNCTIONS, PROXY_GETTER: "version_get(proxy)"})
+    own = {FLAG_SETTER: "synchronous_set(callback, True)", PROXY_GETTER: "version_get(proxy)"}
+    return Contender(title, names, _FUNCTIONS | own)
 
 
 def with_classes(flat: list[Contender]) -> list[Contender]:
@@ -186,9 +195,11 @@ def _verdicts(names: dict[str, Any]) -> list[str]:
     numbers = (0, 2**32 - 1, True, -1, 2**32, 2**63, 2**64 - 1, 2**64, -(2**63), -(2**63) - 1, 1.0, "1", None)
     texts = ("", None, "x" * 31, "x" * 32, "\u00e9" * 15, "\u00e9" * 16, "\ud800", b"x", 1)
     found = []
+    flags = (True, 0, 255, 256, -1, 2**63, -(2**64), "1", "", None, "ab", "\u00e9", 1.0, b"1")
     for setter, getter, target, arguments in (
         (names["version_set"], names["version_get"], record, numbers),
         (names["string_set"], names["string_get"], name, texts),
+        (names["synchronous_set"], names["synchronous_get"], names["callback"], flags),
     ):
         for argument in arguments:
             found += [repr(argument), _answer(setter, target, argument), _answer(getter, target)]

@@ -12,6 +12,7 @@ taken = []
 if libraries:
     import ctypes
 
+    ctypes.CDLL(None)  # the first use has costs of its own
     for library in libraries:
         start = time.perf_counter_ns()
         ctypes.CDLL(library)

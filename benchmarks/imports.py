@@ -57,9 +57,7 @@ def _link(link: Path, target: Path) -> None:
 def _probe(folder: Path, *arguments: str) -> list[float]:
     # Alone: without the environment's settings, without site-packages, without writing bytecode.
     command = [sys.executable, "-I", "-S", "-B", str(_PROBE), str(folder), *arguments]
-    taken: list[float] = json.loads(
-        subprocess.run(command, check=True, capture_output=True, text=True).stdout
-    )
+    taken: list[float] = json.loads(subprocess.run(command, check=True, capture_output=True, text=True).stdout)
     return taken
 
 

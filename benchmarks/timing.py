@@ -45,10 +45,7 @@ def interleave(contenders: list[Contender], rounds: int) -> dict[str, dict[str, 
         for operation, row in timers.items():
             for title, timer in row.items():
                 samples[operation][title].append(timer.timeit(_LOOPS) / (_LOOPS * _REPEATED))
-    return {
-        operation: {title: spread(taken) for title, taken in row.items()}
-        for operation, row in samples.items()
-    }
+    return {operation: {title: spread(taken) for title, taken in row.items()} for operation, row in samples.items()}
 
 
 def _timer(contender: Contender, statement: str) -> timeit.Timer:

@@ -86,9 +86,14 @@ SWIGINTERN PyObject *kestrel_own(PyObject *self, PyObject *args) {
    the macro; a bare pointer object of just the type asked for, by far the most frequent case, is told at once. */
 SWIGINTERNINLINE int kestrel_convert(PyObject *object, void **pointer, swig_type_info *type, int flags) {
   int own = 0, res;
-  if (type && Py_TYPE(object) == SwigPyObject_type() && ((SwigPyObject *)object)->ty == type) {
-    *pointer = ((SwigPyObject *)object)->ptr;
-    if (flags & SWIG_POINTER_DISOWN) kestrel_set_own((SwigPyObject *)object, 0);
+  PyTypeObject *pointer_type = SwigPyObject_type();
+  PyObject *self = object, **dict;
+  if (Py_TYPE(object) != pointer_type && (dict = _PyObject_GetDictPtr(object)) && *dict) {
+    self = PyDict_GetItemWithError(*dict, SWIG_This());
+  }
+  if (self && type && Py_TYPE(self) == pointer_type && ((SwigPyObject *)self)->ty == type) {
+    *pointer = ((SwigPyObject *)self)->ptr;
+    if (flags & SWIG_POINTER_DISOWN) kestrel_set_own((SwigPyObject *)self, 0);
     return SWIG_OK;
   }
   res = SWIG_ConvertPtrAndOwn(object, pointer, type, flags, &own);
@@ -97,6 +102,28 @@ SWIGINTERNINLINE int kestrel_convert(PyObject *object, void **pointer, swig_type
 }
 #undef SWIG_ConvertPtr
 #define SWIG_ConvertPtr(object, pointer, type, flags) kestrel_convert(object, pointer, type, flags)
+
+/* A new pointer object, within an instance of the class that is registered for its type. The runtime would declare
+   that class modified for each instance, and the interpreter forget what it has learnt about the class. */
+SWIGINTERN PyObject *kestrel_new_pointer(void *pointer, swig_type_info *type, int flags) {
+  SwigPyClientData *data = type ? (SwigPyClientData *)type->clientdata : NULL;
+  PyObject *object, *nothing, *proxy = NULL;
+  if (!pointer || !data || data->newraw || (flags & SWIG_POINTER_NOSHADOW)) {
+    return SWIG_Python_NewPointerObj(NULL, pointer, type, flags);
+  }
+  object = SWIG_Python_NewPointerObj(NULL, pointer, type, flags | SWIG_POINTER_NOSHADOW);
+  nothing = PyTuple_New(0);
+  if (object && nothing) {
+    PyTypeObject *cls = (PyTypeObject *)data->newargs;
+    proxy = cls->tp_new(cls, nothing, NULL);
+    if (proxy && PyObject_SetAttr(proxy, SWIG_This(), object) < 0) Py_CLEAR(proxy);
+  }
+  Py_XDECREF(nothing);
+  Py_XDECREF(object);
+  return proxy;
+}
+#undef SWIG_NewPointerObj
+#define SWIG_NewPointerObj(pointer, type, flags) kestrel_new_pointer(pointer, type, flags)
 
 SWIGINTERN PyObject *kestrel_instance_method_new(PyObject *SWIGUNUSEDPARM(self), PyObject *callable) {
   return PyInstanceMethod_New(callable);
@@ -169,6 +196,59 @@ SWIGINTERN int kestrel_complete_pointer_object(void) {
   %set_output(SWIG_NewPointerObj(%as_voidptr($1), $descriptor(char *), 0));
 }
 
+/* Fixed text arguments of the alias functions accept a text of exactly their width, which then has no terminator. */
+%fragment("kestrel_exact_text","header",fragment="SWIG_AsCharPtrAndSize") {
+SWIGINTERN int kestrel_exact_text(PyObject *obj, char *val, size_t size) {
+  char *text = NULL;
+  size_t used = 0; /* with the closing zero; 0 for no text */
+  int alloc = SWIG_OLDOBJ;
+  int res = SWIG_AsCharPtrAndSize(obj, &text, &used, &alloc);
+  if (!SWIG_IsOK(res)) return SWIG_TypeError;
+  if (used == size + 1) used = size;
+  res = used <= size ? SWIG_OK : SWIG_TypeError;
+  if (SWIG_IsOK(res)) {
+    memset(val, 0, size);
+    if (used) memcpy(val, text, used);
+  }
+  if (alloc == SWIG_NEWOBJ) free(text);
+  return res;
+}
+}
+%typemap(in,noblock=1,fragment="kestrel_exact_text") char exactText[ANY] (char text[$1_dim0], int res) {
+  res = kestrel_exact_text($input, text, $1_dim0);
+  if (!SWIG_IsOK(res)) {
+    %argument_fail(res, "$type", $symname, $argnum);
+  }
+  $1 = text;
+}
+
+/* ---- Arguments with a conversion of their own ------------------------------------------------------------------ */
+
+/** The buffer of a bytes object; anything else passes null and leaves the interpreter's error pending. */
+%typemap(in,noblock=1) void const *bytesIn {
+  $1 = PyBytes_AsString($input);
+}
+
+/** A property's value: the buffer of a bytes object, else the object's UTF-8 form; what has none passes null and
+    leaves the interpreter's error pending. The length is an argument of its own. */
+%typemap(in,noblock=1) void const *propertyValue {
+  $1 = ($1_ltype)(PyBytes_Check($input) ? PyBytes_AS_STRING($input) : PyUnicode_AsUTF8($input));
+}
+
+/** A MAC address as any object with a byte buffer. */
+%typemap(in,noblock=1) (unsigned char const *mac, size_t size) (Py_buffer view) {
+  view.obj = NULL;
+  if (PyObject_GetBuffer($input, &view, PyBUF_SIMPLE) < 0) {
+    PyErr_Clear();
+    %argument_fail(SWIG_TypeError, "(unsigned char *mac_str, SIZE)", $symname, $argnum);
+  }
+  $1 = ($1_ltype)view.buf;
+  $2 = (size_t)view.len;
+}
+%typemap(freearg,noblock=1) (unsigned char const *mac, size_t size) {
+  if (view$argnum.obj) PyBuffer_Release(&view$argnum);
+}
+
 /* ---- Outputs that the caller does not pass ---------------------------------------------------------------------
    The parameter's name in the header decides: the result becomes the list [status, output...]. */
 
@@ -178,6 +258,32 @@ SWIGINTERN int kestrel_complete_pointer_object(void) {
 }
 %typemap(argout,noblock=1) SWIGTYPE **tableOut {
   %append_output(SWIG_NewPointerObj(%as_voidptr(*$1), $*descriptor, 0));
+}
+
+%apply SWIGTYPE **tableOut { SWIGTYPE **secondTableOut };
+
+/** The private VLAN map is handed back under the type of an uplink port list. */
+%typemap(in,numinputs=0) VSPvlanMapEntry **mapOut = SWIGTYPE **tableOut;
+%typemap(argout,noblock=1) VSPvlanMapEntry **mapOut {
+  %append_output(SWIG_NewPointerObj(%as_voidptr(*$1), $descriptor(VSUplinkPorts *), 0));
+}
+
+/** Text of at most the declared number of bytes. */
+%typemap(in,numinputs=0,noblock=1) char textOut[ANY] (char text[$1_dim0 + 1]) {
+  memset(text, 0, sizeof(text));
+  $1 = text;
+}
+%typemap(argout,noblock=1,fragment="SWIG_FromCharPtr") char textOut[ANY] {
+  $1[$1_dim0] = 0;
+  %append_output(SWIG_FromCharPtr($1));
+}
+
+/** A flag, as the int that its byte is. */
+%typemap(in,numinputs=0,noblock=1) char *flagOut (char flag = 0) {
+  $1 = &flag;
+}
+%typemap(argout,noblock=1,fragment=SWIG_From_frag(int)) char *flagOut {
+  %append_output(SWIG_From(int)((unsigned char)*$1));
 }
 
 /** A 32-bit integer or enumeration. */

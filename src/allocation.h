@@ -3,6 +3,7 @@
 #pragma once
 
 #include "export.h"
+#include "kestrel/mirror_records.h"
 #include "kestrel/option_records.h"
 #include "kestrel/policy_records.h"
 #include "kestrel/runtime_records.h"
@@ -11,10 +12,31 @@
 extern "C" {
 #endif
 
-/** An uninitialised VSInfo; null, with a line on standard output, when there is no memory. */
+/* Allocators set the counts in the record's head. Sizes are computed in 32-bit arithmetic; a count whose size is
+   negative or too small for the head counts as a failed allocation, and so does one that cannot be had. */
+
+/** An uninitialised VSInfo; null, with a text on standard output, when there is no memory. */
 KESTREL_EXPORT VSInfo *alloc_vs_info(void);
-/** Releases what alloc_vs_info made. */
+/** A zeroed query over `count` portsets; null, with a text on standard output, when there is no memory. */
+KESTREL_EXPORT RTMIOCtlQuery *alloc_rtm_query(int count);
+/** A zeroed query over `count` modules; null, with a text on standard output, when there is no memory. */
+KESTREL_EXPORT RTMModIOCtlQuery *alloc_rtm_mod_query(int count);
+/** A query for a property value of up to `size` bytes, with a zeroed buffer for it; null, with a text on standard
+    output, when there is no memory. A negative size has no buffer. */
+KESTREL_EXPORT VDSQuery *alloc_vds_query(int size);
+/** A zeroed table for `count` named teaming policies; null when there is no memory. */
+KESTREL_EXPORT LSTeamTable *alloc_ls_team_table(int count);
+/** A zeroed table for mirror sessions and their entities, with its magic number; null when there is no memory. */
+KESTREL_EXPORT DVMirrorSessionTable *alloc_dvmirror_session_table(int numSessions, int numEntities);
+
+/** Release what the allocator of the same name made. */
 KESTREL_EXPORT void free_vs_info(VSInfo *info);
+KESTREL_EXPORT void free_rtm_query(RTMIOCtlQuery *query);
+KESTREL_EXPORT void free_rtm_mod_query(RTMModIOCtlQuery *query);
+/** Releases the value's buffer too. */
+KESTREL_EXPORT void free_vds_query(VDSQuery *query);
+KESTREL_EXPORT void free_ls_team_table(LSTeamTable *table);
+KESTREL_EXPORT void free_dvmirror_session_table(DVMirrorSessionTable *table);
 
 #ifndef SWIG
 /* Counted constructors. They set the count and leave every other byte as malloc gave it; null when there is

@@ -1,7 +1,7 @@
 /* The list of switches. */
 #pragma once
 
-#include "bounded_text.h"
+#include "results.h"
 #include "export.h"
 #include "kestrel/runtime_records.h"
 

@@ -1,5 +1,5 @@
-/* What the hand-written peers share: the module's rules for an unsigned 32-bit integer and for text in a
-   field of fixed width, and its message for an argument that breaks them. */
+/* What the hand-written peers share: the module's rules for an unsigned 32-bit integer, for text in a field
+   of fixed width and for a one-byte flag, and its message for an argument that breaks them. */
 #pragma once
 
 #define PY_SSIZE_T_CLEAN
@@ -46,6 +46,29 @@ static inline int write_text(PyObject *object, char *field, size_t width) {
   memcpy(field, text, (size_t)length);
   memset(field + length, 0, width - (size_t)length);
   return 0;
+}
+
+/** Reads an int in 0..255, or text of one byte or none, into `flag` and gives null. Otherwise the exception
+   to raise. */
+static inline PyObject *read_flag(PyObject *object, char *flag) {
+  if (PyLong_Check(object)) {
+    const long number = PyLong_AsLong(object);
+    if (number == -1 && PyErr_Occurred()) PyErr_Clear();
+    if (number < 0 || number > UINT8_MAX) return PyExc_OverflowError;
+    *flag = (char)number;
+    return NULL;
+  }
+  if (object == Py_None) {
+    *flag = 0;
+    return NULL;
+  }
+  if (!PyUnicode_Check(object)) return PyExc_TypeError;
+  Py_ssize_t length = 0;
+  const char *text = PyUnicode_AsUTF8AndSize(object, &length);
+  if (!text) PyErr_Clear();
+  if (!text || length > 1) return PyExc_TypeError;
+  *flag = text[0];
+  return NULL;
 }
 
 /** The bytes before the first zero, at most `width`, as str. */

@@ -39,6 +39,7 @@ typedef struct {
 
 static RecordType name_type = {.name = "struct zel_Name *"};
 static RecordType signature_type = {.name = "struct zel_MgmtApiSignature *"};
+static RecordType callback_info_type = {.name = "struct zel_MgmtCallbackInfo *"};
 
 typedef struct {
   PyObject_HEAD void *address;
@@ -138,22 +139,45 @@ static inline bool read_pointer(PyObject *object, RecordType *type, void **addre
 
 /* ---- Functions ---- */
 
-static PyObject *new_signature(PyObject *Py_UNUSED(self), PyObject *arguments) {
-  if (!PyArg_ParseTuple(arguments, ":new_zel_MgmtApiSignature")) return NULL;
+/** Allocates a zeroed record of `size` bytes; `format` refuses all arguments. */
+static PyObject *construct(PyObject *arguments, const char *format, size_t size, RecordType *type) {
+  if (!PyArg_ParseTuple(arguments, format)) return NULL;
   ARM_CHANNEL();
-  return new_pointer(calloc(1, sizeof(zel_MgmtApiSignature)), &signature_type, true);
+  return new_pointer(calloc(1, size), type, true);
 }
 
-static PyObject *delete_signature(PyObject *Py_UNUSED(self), PyObject *arguments) {
+/** Releases the record that is the one argument of `format`; `message` tells of another argument. */
+static PyObject *destroy(PyObject *arguments, const char *format, RecordType *type, const char *message) {
   PyObject *record;
   void *address;
-  if (!PyArg_ParseTuple(arguments, "O:delete_zel_MgmtApiSignature", &record)) return NULL;
-  if (!read_pointer(record, &signature_type, &address, true)) {
-    return ARGUMENT_ERROR(PyExc_TypeError, "delete_zel_MgmtApiSignature", 1, "struct zel_MgmtApiSignature *");
+  if (!PyArg_ParseTuple(arguments, format, &record)) return NULL;
+  if (!read_pointer(record, type, &address, true)) {
+    PyErr_SetString(PyExc_TypeError, message);
+    return NULL;
   }
   ARM_CHANNEL();
   free(address);
   Py_RETURN_NONE;
+}
+
+static PyObject *new_signature(PyObject *Py_UNUSED(self), PyObject *arguments) {
+  return construct(arguments, ":new_zel_MgmtApiSignature", sizeof(zel_MgmtApiSignature), &signature_type);
+}
+
+static PyObject *delete_signature(PyObject *Py_UNUSED(self), PyObject *arguments) {
+  return destroy(
+      arguments, "O:delete_zel_MgmtApiSignature", &signature_type,
+      "in method 'delete_zel_MgmtApiSignature', argument 1 of type 'struct zel_MgmtApiSignature *'");
+}
+
+static PyObject *new_callback_info(PyObject *Py_UNUSED(self), PyObject *arguments) {
+  return construct(arguments, ":new_zel_MgmtCallbackInfo", sizeof(zel_MgmtCallbackInfo), &callback_info_type);
+}
+
+static PyObject *delete_callback_info(PyObject *Py_UNUSED(self), PyObject *arguments) {
+  return destroy(
+      arguments, "O:delete_zel_MgmtCallbackInfo", &callback_info_type,
+      "in method 'delete_zel_MgmtCallbackInfo', argument 1 of type 'struct zel_MgmtCallbackInfo *'");
 }
 
 /** Registers the one argument as the class of `type`; a destructor of its own is optional. */
@@ -174,6 +198,10 @@ static PyObject *register_signature(PyObject *Py_UNUSED(self), PyObject *argumen
 
 static PyObject *register_name(PyObject *Py_UNUSED(self), PyObject *arguments) {
   return register_class(arguments, &name_type);
+}
+
+static PyObject *register_callback_info(PyObject *Py_UNUSED(self), PyObject *arguments) {
+  return register_class(arguments, &callback_info_type);
 }
 
 static PyObject *version_get(PyObject *Py_UNUSED(self), PyObject *arguments) {
@@ -238,11 +266,42 @@ static PyObject *string_set(PyObject *Py_UNUSED(self), PyObject *arguments) {
   Py_RETURN_NONE;
 }
 
+static PyObject *synchronous_get(PyObject *Py_UNUSED(self), PyObject *arguments) {
+  PyObject *record;
+  void *address;
+  if (!PyArg_ParseTuple(arguments, "O:zel_MgmtCallbackInfo_synchronous_get", &record)) return NULL;
+  if (!read_pointer(record, &callback_info_type, &address, false)) {
+    return ARGUMENT_ERROR(PyExc_TypeError, "zel_MgmtCallbackInfo_synchronous_get", 1,
+                          "struct zel_MgmtCallbackInfo *");
+  }
+  return PyUnicode_DecodeUTF8(&((zel_MgmtCallbackInfo *)address)->synchronous, 1, "surrogateescape");
+}
+
+static PyObject *synchronous_set(PyObject *Py_UNUSED(self), PyObject *arguments) {
+  PyObject *record, *value;
+  void *address;
+  zel_Bool flag = 0;
+  if (!PyArg_ParseTuple(arguments, "OO:zel_MgmtCallbackInfo_synchronous_set", &record, &value)) return NULL;
+  if (!read_pointer(record, &callback_info_type, &address, false)) {
+    return ARGUMENT_ERROR(PyExc_TypeError, "zel_MgmtCallbackInfo_synchronous_set", 1,
+                          "struct zel_MgmtCallbackInfo *");
+  }
+  PyObject *error = read_flag(value, &flag);
+  if (error) return ARGUMENT_ERROR(error, "zel_MgmtCallbackInfo_synchronous_set", 2, "zel_Bool");
+  if (address) ((zel_MgmtCallbackInfo *)address)->synchronous = flag;
+  Py_RETURN_NONE;
+}
+
 static PyMethodDef methods[] = {
     {"new_zel_MgmtApiSignature", new_signature, METH_VARARGS, NULL},
     {"delete_zel_MgmtApiSignature", delete_signature, METH_VARARGS, NULL},
     {"zel_MgmtApiSignature_swigregister", register_signature, METH_VARARGS, NULL},
     {"zel_Name_swigregister", register_name, METH_VARARGS, NULL},
+    {"new_zel_MgmtCallbackInfo", new_callback_info, METH_VARARGS, NULL},
+    {"delete_zel_MgmtCallbackInfo", delete_callback_info, METH_VARARGS, NULL},
+    {"zel_MgmtCallbackInfo_swigregister", register_callback_info, METH_VARARGS, NULL},
+    {"zel_MgmtCallbackInfo_synchronous_get", synchronous_get, METH_VARARGS, NULL},
+    {"zel_MgmtCallbackInfo_synchronous_set", synchronous_set, METH_VARARGS, NULL},
     {"zel_MgmtApiSignature_version_get", version_get, METH_VARARGS, NULL},
     {"zel_MgmtApiSignature_version_set", version_set, METH_VARARGS, NULL},
     {"zel_MgmtApiSignature_name_get", name_get, METH_VARARGS, NULL},

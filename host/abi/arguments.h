@@ -34,8 +34,8 @@ void SetOutput(Value *cell, Value value) {
   std::memcpy(static_cast<void *>(cell), &value, sizeof value);
 }
 
-/** Sets all outputs of a call to 0 or null, which they keep if it fails. Throws StatusError ZEL_BAD_PARAM when one of
-    the cells is missing. */
+/** Sets all outputs of a call to 0 or null, which they keep if it fails. Throws StatusError ZEL_BAD_PARAM
+    when one of the cells is missing. */
 template <typename... Values>
 void ClearOutputs(Values *...cells) {
   ((cells == nullptr ? void() : SetOutput(cells, Values{})), ...);

@@ -13,7 +13,8 @@
 
 namespace kestrel::host::abi {
 
-/** Copies `text` into the first bytes of a field and fills the rest with zeros, one of which always remains. */
+/** Copies `text` into the first bytes of a field and fills the rest with zeros, one of which always
+    remains. */
 template <typename Byte, std::size_t width>
 void SetText(Byte (&field)[width], std::string_view text) {
   static_assert(sizeof(Byte) == 1);

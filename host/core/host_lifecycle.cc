@@ -10,14 +10,11 @@ void Host::LoadConfig() {
   SwitchSet<Switch> loaded;
   for (const SavedSwitch &saved : store_.Switches()) loaded.Add(Switch{saved.config});
 
-  // From here on nothing can fail, so that what traffic has made of the switches can be moved.
+  // From here on nothing can fail, so that what traffic has made of the switches can be moved. The ports that
+  // it speaks of are all there: what a switch consists of is always saved.
   for (Switch &fresh : loaded.Items()) {
-    const NamedTable<Port> &ports = fresh.config.ports();
     Switch *former = switches_.FindById(fresh.config.spec().id);
-    if (former == nullptr) continue;
-    fresh.macs = std::move(former->macs);
-    fresh.macs.RemoveIf(
-        [&ports](const MacKey &, const MacEntry &entry) { return ports.Find(entry.port) == nullptr; });
+    if (former != nullptr) fresh.macs = std::move(former->macs);
   }
   switches_ = std::move(loaded);
 }

@@ -29,9 +29,7 @@ class NamedTable {
     const auto found = ids_.find(name);
     return found == ids_.end() ? nullptr : Find(found->second);
   }
-  Item *FindNamed(std::string_view name) {
-    return const_cast<Item *>(std::as_const(*this).FindNamed(name));
-  }
+  Item *FindNamed(std::string_view name) { return const_cast<Item *>(std::as_const(*this).FindNamed(name)); }
 
   /** Throws StatusError ZEL_EXISTS when the identifier or the name is taken. */
   void Add(Item item) {

@@ -21,10 +21,14 @@ VlanPolicy Trunk(std::vector<VlanRange> ranges) {
   return {.mode = VlanMode::kTrunk, .ranges = std::move(ranges)};
 }
 
-VlanPolicy PrivateVlan(VlanId secondary) { return {.mode = VlanMode::kPrivate, .vlan = secondary, .ranges = {}}; }
+VlanPolicy PrivateVlan(VlanId secondary) {
+  return {.mode = VlanMode::kPrivate, .vlan = secondary, .ranges = {}};
+}
 
 /** A locally administered address. */
-constexpr MacAddress Address(std::uint8_t room, std::uint8_t number) { return {0x02, 0x4b, 0, 0, room, number}; }
+constexpr MacAddress Address(std::uint8_t room, std::uint8_t number) {
+  return {0x02, 0x4b, 0, 0, room, number};
+}
 
 /** Fits out one switch of the host. */
 class Fitter {

@@ -5,64 +5,34 @@ The tables come from the headers; the recorder stands in the platform's place an
 
 from __future__ import annotations
 
+import ctypes
 from typing import Any
 
 import _libkestrel
 import pytest
 
-from headers import model
 from headers.model import Function, Parameter
 from support import memory, values
+from support.functions import (
+    FUNCTIONS,
+    HEADERS,
+    call,
+    conversion,
+    hidden,
+    make,
+    plain_arguments,
+    pointer_for,
+    visible,
+    width,
+)
 from support.recorder import Address, Call, Recorder
 
-HEADERS = model.read()
-HIDDEN = {"tableOut", "valueOut"}
-NOT_CHANNELLED = {"Panic"}
-
-
-def visible(function: Function) -> list[tuple[int, Parameter]]:
-    """The parameters that scripts pass, with their C positions from 1."""
-    return [(i, p) for i, p in enumerate(function.parameters, start=1) if p.name not in HIDDEN]
-
-
-def hidden(function: Function) -> list[tuple[int, Parameter]]:
-    return [(i, p) for i, p in enumerate(function.parameters, start=1) if p.name in HIDDEN]
-
-
-FUNCTIONS = [pytest.param(f, id=f.name) for f in HEADERS.functions]
+CASES = [pytest.param(f, id=f.name) for f in FUNCTIONS]
 ARGUMENTS = [
     pytest.param(f, place, position, p, id=f"{f.name}.{p.name}")
-    for f in HEADERS.functions
+    for f in FUNCTIONS
     for place, (position, p) in enumerate(visible(f))
 ]
-
-
-def pointer_for(kind: str) -> Any:
-    """A pointer object that a parameter of this type accepts, or None where scripts cannot make one."""
-    pointed = kind.removesuffix("*").replace("const", "").strip()
-    if pointed == "void":
-        return _libkestrel.new_VSStats()
-    if pointed in {r.name for r in HEADERS.records}:
-        return getattr(_libkestrel, f"new_{pointed}")()
-    return None
-
-
-def plain_value(parameter: Parameter) -> Any:
-    """Some value that converts."""
-    kind = HEADERS.kind(parameter.type)
-    if kind == "text_pointer":
-        return f"text for {parameter.name}"
-    if kind == "flag":
-        return 1
-    return pointer_for(parameter.type) if kind == "pointer" else 7
-
-
-def plain_arguments(function: Function) -> list[Any]:
-    return [plain_value(p) for _, p in visible(function)]
-
-
-def call(function: Function, arguments: list[Any]) -> Any:
-    return getattr(_libkestrel, function.name)(*arguments)
 
 
 def refused(function: Function, position: int, kind: str) -> str:
@@ -75,7 +45,19 @@ def arrived(recorder: Recorder, position: int) -> Any:
     return made.arguments[position - 1]
 
 
-@pytest.mark.parametrize("function", FUNCTIONS)
+def noted(parameter: Parameter, value: Any) -> Any:
+    """What the recorder notes of a value that converts."""
+    rule = conversion(parameter)
+    if rule in ("text", "exactText"):
+        return (value or "").encode().ljust(width(parameter), b"\0")
+    if rule in ("bytesIn", "propertyValue"):
+        return Address(memory.bytes_address(value))
+    if rule in ("pointer", "callback"):
+        return None if value is None else Address(memory.address(value))
+    return value.encode() if rule == "text_pointer" else value
+
+
+@pytest.mark.parametrize("function", CASES)
 def test_a_call_reaches_the_platform_once_with_all_its_arguments(function: Function, recorder: Recorder) -> None:
     arguments = plain_arguments(function)
     call(function, arguments)
@@ -83,19 +65,16 @@ def test_a_call_reaches_the_platform_once_with_all_its_arguments(function: Funct
     assert made.function == function.name
     assert len(made.arguments) == len(function.parameters)
     for (position, parameter), value in zip(visible(function), arguments, strict=True):
+        assert made.arguments[position - 1] == noted(parameter, value)
+    for position, parameter in hidden(function):
         note = made.arguments[position - 1]
-        kind = HEADERS.kind(parameter.type)
-        if kind == "text_pointer":
-            assert note == value.encode()
-        elif kind == "pointer":
-            assert note == (None if value is None else Address(memory.address(value)))
+        if parameter.name == "textOut":
+            assert note == bytes(width(parameter))
         else:
-            assert note == value
-    for position, _ in hidden(function):
-        assert isinstance(made.arguments[position - 1], Address)
+            assert isinstance(note, Address)
 
 
-@pytest.mark.parametrize("function", FUNCTIONS)
+@pytest.mark.parametrize("function", CASES)
 def test_a_wrong_number_of_arguments_reaches_nothing(function: Function, recorder: Recorder) -> None:
     count = len(visible(function))
     wrong = [n for n in (count - 1, count + 1) if n >= 0 and not (function.variadic and n > count)]
@@ -129,48 +108,63 @@ def test_an_argument_converts_by_its_declared_type(
         assert str(caught.value) == refused(function, position, parameter.type)
         assert recorder.calls() == []
 
-    kind = HEADERS.kind(parameter.type)
-    if kind == "text_pointer":
+    rule = conversion(parameter)
+    if rule == "text_pointer":
         assert outcome(None) is None
         for text in ("", "a", "ünïcode 日本", "x" * 5000):
             assert outcome(text) == text.encode()
         for wrong in (b"bytes", 1, 1.0, ["a"], object(), "\ud800"):
             failure(wrong, TypeError)
-    elif kind == "flag":
+    elif rule in ("text", "exactText"):
+        most = width(parameter) - (rule == "text")
+        for name in ("", "a", "ü" * (most // 2), "x" * most, None):
+            assert outcome(name) == noted(parameter, name)
+        for wrong in ("x" * (most + 1), "ü" * (most // 2 + 1), b"bytes", 1, object(), "\ud800"):
+            failure(wrong, TypeError)
+    elif rule == "flag":
         for value, byte in values.FLAGS:
             assert outcome(value) == byte
         for wrong, exception in values.bad("flag"):
             failure(wrong, exception)
-    elif kind == "pointer":
+    elif rule in ("bytesIn", "propertyValue"):
+        for value in (b"", b"a\0b", bytes(range(256))):
+            assert outcome(value) == Address(memory.bytes_address(value))
+        with pytest.raises(SystemError) as caught:
+            outcome(1)
+        assert isinstance(caught.value.__cause__, TypeError)
+        assert arrived(recorder, position) is None
+    elif rule in ("pointer", "callback"):
         assert outcome(None) is None
         record = pointer_for(parameter.type)
         if record is not None:
             assert outcome(record) == Address(memory.address(record))
             assert record.own() is True
-        for wrong in (1, "x", b"x", [1], object()):
+        for wrong in (1, "x", b"x", [1], object(), len, lambda: None):
             failure(wrong, TypeError)
-        if "void" not in parameter.type:
-            other = _libkestrel.new_zel_IntrInfo()
-            failure(other, TypeError)
+        if HEADERS.typedefs.get(parameter.type, parameter.type) != "void *":
+            failure(_libkestrel.new_zel_IntrInfo(), TypeError)
     else:
-        for value, stored in values.good(kind):
+        for value, stored in values.good(rule):
             assert outcome(value) == stored
-        for wrong, exception in values.bad(kind):
+        for wrong, exception in values.bad(rule):
             failure(wrong, exception)
 
 
-@pytest.mark.parametrize("function", FUNCTIONS)
+@pytest.mark.parametrize("function", CASES)
 def test_the_first_wrong_argument_is_the_one_reported(function: Function, recorder: Recorder) -> None:
     positions = visible(function)
-    for place, (position, parameter) in enumerate(positions):
-        arguments = plain_arguments(function)[:place] + [object()] * (len(positions) - place)
+    checked = [place for place, (_, p) in enumerate(positions) if conversion(p) not in ("bytesIn", "propertyValue")]
+    for place in checked:
+        position, parameter = positions[place]
+        arguments = plain_arguments(function)[:place]
+        arguments += [object() if later in checked else b"" for later in range(place, len(positions))]
         with pytest.raises(TypeError) as caught:
             call(function, arguments)
         assert str(caught.value) == refused(function, position, parameter.type)
     assert recorder.calls() == []
 
 
-STATUS = [pytest.param(f, id=f.name) for f in HEADERS.functions if f.returns == "ZEL_ReturnStatus"]
+STATUS = [pytest.param(f, id=f.name) for f in FUNCTIONS if f.returns == "ZEL_ReturnStatus"]
 
 
 @pytest.mark.parametrize("function", STATUS)
@@ -188,7 +182,17 @@ def test_a_status_comes_back_as_a_signed_int(function: Function, recorder: Recor
             assert result[0] == status
 
 
-@pytest.mark.parametrize("function", [f for f in STATUS if hidden(f.values[0])])  # type: ignore[arg-type]
+WITH_OUTPUTS = [pytest.param(f, id=f.name) for f in FUNCTIONS if hidden(f)]
+
+
+def handed_out(parameter: Parameter) -> str | None:
+    """The record type that an output hands out, if it does."""
+    if parameter.name == "mapOut":
+        return "VSUplinkPorts"
+    return parameter.type.removesuffix("**").strip() if parameter.type.endswith("**") else None
+
+
+@pytest.mark.parametrize("function", WITH_OUTPUTS)
 def test_outputs_follow_the_status_in_a_list(function: Function, recorder: Recorder) -> None:
     for status in (0, 0x0BAD0003):
         recorder.reset()
@@ -196,32 +200,123 @@ def test_outputs_follow_the_status_in_a_list(function: Function, recorder: Recor
         expected: list[Any] = []
         held = []
         for position, parameter in hidden(function):
-            if parameter.name == "tableOut":
-                record = parameter.type.removesuffix("**").strip()
-                counted = (8,) if record in ("VSUplinks", "VSUplinkPorts", "VSUplinkPortIds") else ()
-                held.append(getattr(_libkestrel, f"new_{record}")(*counted))
-                address = memory.address(held[-1])
-                recorder.output(function.name, position - 1, address.to_bytes(8, "little"))
-                expected.append(("record", record, address))
+            record = handed_out(parameter)
+            if record:
+                held.append(make(record))
+                data = memory.address(held[-1]).to_bytes(8, "little")
+                expected.append((record, memory.address(held[-1])))
+            elif parameter.name == "textOut":
+                data = "ünï\0rest".encode()
+                expected.append("ünï")
+            elif parameter.name == "flagOut":
+                data = b"\xfe"
+                expected.append(0xFE)
             else:
-                recorder.output(function.name, position - 1, b"\xff\xff\xff\xff")
-                pointed = HEADERS.kind(parameter.type.removesuffix("*").strip())
-                expected.append(2**32 - 1 if pointed == "u32" else -1)
+                data = b"\xff\xff\xff\xff"
+                unsigned = HEADERS.kind(parameter.type.removesuffix("*").strip()) == "u32"
+                expected.append(2**32 - 1 if unsigned else -1)
+            recorder.output(function.name, position - 1, data)
         result = call(function, plain_arguments(function))
+        assert type(result) is list
+        assert result[0] == status
         for item, wanted in zip(result[1:], expected, strict=True):
             if isinstance(wanted, tuple):
-                assert type(item).__name__ == wanted[1]
-                assert memory.address(item) == wanted[2]
+                assert (type(item).__name__, memory.address(item)) == wanted
                 assert item.own() is False
             else:
-                assert item == wanted
+                assert (type(item), item) == (type(wanted), wanted)
 
 
-@pytest.mark.parametrize("function", [f for f in STATUS if hidden(f.values[0])])  # type: ignore[arg-type]
-def test_outputs_that_the_platform_left_alone_are_none_and_zero(function: Function, recorder: Recorder) -> None:
+@pytest.mark.parametrize("function", WITH_OUTPUTS)
+def test_outputs_that_the_platform_left_alone_are_empty(function: Function, recorder: Recorder) -> None:
     recorder.answer(function.name, 0x0BAD0003)
     result = call(function, plain_arguments(function))
-    assert result == [0x0BAD0003] + [None if p.name == "tableOut" else 0 for _, p in hidden(function)]
+    empty = [None if handed_out(p) else "" if p.name == "textOut" else 0 for _, p in hidden(function)]
+    assert result == [0x0BAD0003, *empty]
+
+
+TEXT_OUTPUTS = [
+    pytest.param(f, position, p, id=f.name) for f in FUNCTIONS for position, p in hidden(f) if p.name == "textOut"
+]
+
+
+@pytest.mark.parametrize(("function", "position", "parameter"), TEXT_OUTPUTS)
+def test_text_outputs_end_at_their_bound(
+    function: Function, position: int, parameter: Parameter, recorder: Recorder
+) -> None:
+    bound = width(parameter)
+    for data, text in (
+        (b"x" * bound, "x" * bound),
+        (b"x" * (bound + 1), "x" * bound),
+        (b"x" * (bound - 1) + b"\0", "x" * (bound - 1)),
+        (b"\xff\xfe" + b"\0", "\udcff\udcfe"),
+        (b"\0x", ""),
+    ):
+        recorder.output(function.name, position - 1, data)
+        assert call(function, plain_arguments(function))[1] == text
+
+
+def test_bounds_of_text_outputs() -> None:
+    assert {p.values[0].name: width(p.values[2]) for p in TEXT_OUTPUTS} == {  # type: ignore[union-attr, arg-type]
+        "VSZEL_GetPortLSTeamingPolicyName": 136,
+        "VSZEL_GetUplinkDVPortID": 48,
+        "VSDVS_GetPortTeamingOverride": 81,
+        "VSDVS_GetPortLSTeamingPolicyName": 136,
+        "VSDVS_GetAliasFromPortset": 128,
+    }
+
+
+NUMBERS = [pytest.param(f, id=f.name) for f in FUNCTIONS if f.returns in ("VDSVersion", "zel_uint32", "int")]
+CHARACTERS = [pytest.param(f, id=f.name) for f in FUNCTIONS if f.returns == "char"]
+TEXTS = [pytest.param(f, id=f.name) for f in FUNCTIONS if f.returns == "char const *"]
+HANDLES = [pytest.param(f, id=f.name) for f in FUNCTIONS if HEADERS.typedefs.get(f.returns) == "void *"]
+NOTHING = [pytest.param(f, id=f.name) for f in FUNCTIONS if f.returns == "void"]
+
+
+@pytest.mark.parametrize("function", NUMBERS)
+def test_number_results(function: Function, recorder: Recorder) -> None:
+    recorder.answer(function.name, 2**32 - 1)
+    assert call(function, plain_arguments(function)) == (-1 if function.returns == "int" else 2**32 - 1)
+
+
+@pytest.mark.parametrize("function", CHARACTERS)
+def test_character_results_are_texts_of_one_character(function: Function, recorder: Recorder) -> None:
+    for byte in range(256):
+        recorder.answer(function.name, byte)
+        result = call(function, plain_arguments(function))
+        assert type(result) is str
+        assert result == values.flag_text(byte)
+
+
+@pytest.mark.parametrize("function", TEXTS)
+def test_text_results(function: Function, recorder: Recorder) -> None:
+    for text, expected in (
+        (b"plain", "plain"),
+        (b"\xc3\xbc", "ü"),
+        (b"bad \xff", "bad \udcff"),
+        (b"", ""),
+        (None, None),
+    ):
+        recorder.answer_text(function.name, text)
+        assert call(function, plain_arguments(function)) == expected
+
+
+@pytest.mark.parametrize("function", HANDLES)
+def test_handle_results_are_pointers_that_python_does_not_own(function: Function, recorder: Recorder) -> None:
+    assert call(function, plain_arguments(function)) is None
+    record = _libkestrel.new_VSInfo()
+    recorder.answer(function.name, memory.address(record))
+    handle = call(function, plain_arguments(function))
+    assert memory.address(handle) == memory.address(record)
+    assert handle.own() is False
+    assert _libkestrel.DVS_SwitchId(handle) is None  # accepted as a handle
+    assert recorder.calls()[-1].arguments == (Address(memory.address(record)),)
+
+
+@pytest.mark.parametrize("function", NOTHING)
+def test_functions_without_result_give_none(function: Function, recorder: Recorder) -> None:
+    recorder.answer(function.name, 5)
+    assert call(function, plain_arguments(function)) is None
 
 
 def test_address_kinds_are_narrowed_to_a_byte(recorder: Recorder) -> None:
@@ -230,6 +325,91 @@ def test_address_kinds_are_narrowed_to_a_byte(recorder: Recorder) -> None:
     with pytest.raises(OverflowError) as caught:
         _libkestrel.VSZEL_GetMACTable("s", 2**31)
     assert str(caught.value) == "in method 'VSZEL_GetMACTable', argument 2 of type 'VSMACAddrType'"
+
+
+def test_property_values_may_be_texts(recorder: Recorder) -> None:
+    for text in ("", "plain", "ünïcode"):
+        recorder.reset()
+        _libkestrel.VSDVS_SetGlobProp("s", "k", text, len(text.encode()), None, 0)
+        (made,) = recorder.calls()
+        address = made.arguments[2]
+        assert isinstance(address, Address)
+        assert ctypes.string_at(address.value) == text.encode()
+
+
+def test_the_length_of_a_property_value_is_the_callers(recorder: Recorder) -> None:
+    _libkestrel.VSDVS_SetPortProp("s", "p", "k", b"a\0b", 77, None, 0)
+    assert arrived(recorder, 5) == 77
+
+
+def test_callbacks_of_the_three_names_are_one_type() -> None:
+    module = memory.module_bytes(_libkestrel)
+    assert b"DVSPortCallback|DVSPortDataCallback|DVSwitchCallback|char (*)(void *,void *)" in module
+
+
+def test_pointer_classes_accept_every_member(recorder: Recorder) -> None:
+    stack = _libkestrel.new_zel_MgmtCallbackInfo()
+    unsigned = _libkestrel.zel_MgmtCallbackInfo_parmSizes_get(stack)  # a zel_uint32 *
+    _libkestrel.VSDVS_GetMTU("s", unsigned)
+    assert arrived(recorder, 2) == Address(memory.address(unsigned))
+    recorder.reset()
+    _libkestrel.DVSData_Serialize(None, None, unsigned, 4)
+    assert arrived(recorder, 3) == Address(memory.address(unsigned))
+    with pytest.raises(TypeError) as caught:
+        _libkestrel.DVSZEL_StateGet(unsigned, None)
+    assert str(caught.value) == "in method 'DVSZEL_StateGet', argument 1 of type 'void **'"
+    with pytest.raises(TypeError) as caught:
+        _libkestrel.DVSZEL_StateGet(None, unsigned)
+    assert str(caught.value) == "in method 'DVSZEL_StateGet', argument 2 of type 'int *'"
+
+
+NOT_IMPLEMENTED = (
+    "Wrong number or type of arguments for overloaded function 'DVSAliasToPortsetName'.\n"
+    "  Possible C/C++ prototypes are:\n"
+    "    DVSAliasToPortsetName(char const *,char *)\n"
+    "    DVSAliasToPortsetName(char const *,char [128])\n"
+)
+
+
+def test_the_overloaded_function_with_an_alias_alone(recorder: Recorder) -> None:
+    name = "DVSAliasToPortsetName"
+    for status in (0, 0x0BAD0003):
+        for data, text in (
+            (b"x" * 128, "x" * 128),
+            (b"x" * 129, "x" * 128),
+            (b"port\0set", "port"),
+            (b"\xff\0", "\udcff"),
+        ):
+            recorder.reset()
+            recorder.answer(name, status)
+            recorder.output(name, 1, data)
+            result = _libkestrel.DVSAliasToPortsetName("alias")
+            assert type(result) is list
+            assert result == [status, text]
+    recorder.reset()
+    assert _libkestrel.DVSAliasToPortsetName(None) == [0, ""]
+    assert recorder.calls() == [Call(name, (None, bytes(128)))]
+
+
+def test_the_overloaded_function_with_a_buffer(recorder: Recorder) -> None:
+    name = "DVSAliasToPortsetName"
+    recorder.answer(name, 0x0BAD0003)
+    recorder.output(name, 1, b"discarded")
+    for text in ("", "a", "x" * 127, "x" * 128, None):
+        assert _libkestrel.DVSAliasToPortsetName("alias", text) == 0x0BAD0003
+    buffers = [made.arguments[1] for made in recorder.calls()]
+    assert buffers == [t.ljust(128, b"\0") for t in (b"", b"a", b"x" * 127, b"x" * 128, b"")]
+
+
+@pytest.mark.parametrize(
+    "arguments",
+    [(), (1,), (b"x",), ("\ud800",), ("a", 1), ("a", "x" * 129), (1, "a"), ("a", b"x"), ("a", "b", "c"), (1, 2)],
+)
+def test_the_overloaded_function_fits_neither_form(arguments: tuple[Any, ...], recorder: Recorder) -> None:
+    with pytest.raises(NotImplementedError) as caught:
+        _libkestrel.DVSAliasToPortsetName(*arguments)
+    assert str(caught.value) == NOT_IMPLEMENTED
+    assert recorder.calls() == []
 
 
 def test_vlan_policy_names_the_position_that_is_out_of_range() -> None:
@@ -247,7 +427,7 @@ def test_signed_arguments_beyond_64_bits_go_on_as_minus_one(recorder: Recorder) 
 
 def test_an_error_left_pending_by_one_argument_is_not_taken_for_anothers(recorder: Recorder) -> None:
     with pytest.raises(SystemError):
-        _libkestrel.VSDVS_SetPortVLANPolicy("s", "p", 65535, 2**64, "1", "", None, 65535)
+        _libkestrel.VSDVS_SetPortVLANPolicy("s", "p", 65535, 2**64, 49, "", None, 65535)
     (made,) = recorder.calls()
     assert made.arguments[2:] == (65535, -1, ord("1"), 0, None, 65535)
 

@@ -12,10 +12,10 @@ import pytest
 
 from headers import model
 from support import memory
+from support.functions import COUNTED
 from support.processes import run
 
 HEADERS = model.read()
-COUNTED = {"VSUplinkPorts", "VSUplinkPortIds", "VSUplinks", "VSRuntimeOptions"}
 
 
 def made() -> Any:

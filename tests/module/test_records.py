@@ -10,12 +10,10 @@ import pytest
 from headers import model
 from headers.model import Member, Record
 from support import memory, values
+from support.functions import COUNTED
 
 HEADERS = model.read()
 MEMBERS = [(record, member) for record in HEADERS.records for member in record.members]
-COUNTED = {"VSUplinkPorts": 3, "VSUplinkPortIds": 3, "VSUplinks": 3, "VSRuntimeOptions": 64}
-"""The records whose constructors take a count, and one to give them."""
-
 SCALARS = {"u8", "u16", "u32", "u64", "s32", "e8"}
 
 

@@ -51,3 +51,8 @@ def module_bytes(module: ModuleType) -> bytes:
     """The file of an extension module."""
     assert module.__file__ is not None
     return Path(module.__file__).read_bytes()
+
+
+def bytes_address(data: bytes) -> int:
+    """The address of a bytes object's buffer, which lies at the object's end."""
+    return id(data) + bytes.__basicsize__ - 1

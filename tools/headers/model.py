@@ -32,6 +32,7 @@ _PRIMITIVES: dict[str, tuple[int, str]] = {
     "int": (4, "s32"),
 }
 _POINTER_WIDTH = 8
+_FUNCTION_POINTER = "function pointer"
 
 
 @dataclass(frozen=True)
@@ -125,8 +126,10 @@ class Headers:
 
     def kind(self, spelled: str) -> str:
         """The conversion class of a parameter or result type."""
-        if spelled == "void" or spelled.startswith("char ["):
-            return spelled.split(" ")[0].replace("char", "text")
+        if spelled == "void":
+            return spelled
+        if re.match(r"char (const )?\[", spelled):
+            return "text"
         if spelled in ("char const *", "char *"):
             return "text_pointer"
         return "pointer" if spelled.endswith("*") else self.kinds[spelled]
@@ -203,7 +206,7 @@ class _Reader:
         """A type as SWIG spells it, array bounds left out."""
         if isinstance(node, c_ast.PtrDecl):
             if isinstance(node.type, c_ast.FuncDecl):
-                return "function pointer"
+                return _FUNCTION_POINTER
             inner = self._spell(node.type)
             return f"{inner}*" if inner.endswith("*") else f"{inner} *"
         if isinstance(node, c_ast.ArrayDecl):
@@ -221,6 +224,8 @@ class _Reader:
         """Width and conversion class of a type that is no array."""
         if spelled.endswith("*"):
             return _POINTER_WIDTH, "owned_text" if spelled == "char *" else "pointer"
+        if spelled == _FUNCTION_POINTER:
+            return _POINTER_WIDTH, "callback"
         if spelled in _PRIMITIVES:
             return _PRIMITIVES[spelled]
         if spelled in self.announced:

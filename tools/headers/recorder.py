@@ -2,7 +2,9 @@
 
 from __future__ import annotations
 
-from headers import generator
+import re
+
+from headers import c_source, generator
 from headers.model import Function, Headers, Parameter
 
 # The C type that holds every value of a conversion class; enumerations may be unsigned to the compiler.
@@ -11,15 +13,16 @@ _NOTED_AS = {"s32": "int", "e8": "unsigned char", "flag": "unsigned char"}
 
 def _note(headers: Headers, parameter: Parameter) -> str:
     """The statement that notes an argument, in the form its type has."""
-    kind = parameter.type
-    if kind in ("char const *", "char *"):
-        return f"recorder_text({parameter.name});"
-    if kind.startswith("char ["):
-        return f"recorder_bytes({parameter.name}, {kind[6:-1]});"
-    if kind.endswith("*"):
-        return f"recorder_pointer({parameter.name});"
-    noted_as = _NOTED_AS.get(headers.kind(kind), kind)
-    return f"recorder_integer((long long)({noted_as}){parameter.name});"
+    name, kind = parameter.name, headers.kind(parameter.type)
+    if kind == "text_pointer":
+        return f"recorder_text({name});"
+    if kind == "text":
+        return f"recorder_bytes({name}, {re.sub('[^0-9]', '', parameter.type)});"
+    if kind == "callback":
+        return f"recorder_pointer((void *)(uintptr_t){name});"
+    if kind == "pointer":
+        return f"recorder_pointer({name});"
+    return f"recorder_integer((long long)({_NOTED_AS.get(kind, parameter.type)}){name});"
 
 
 def _is_output(parameter: Parameter) -> bool:
@@ -29,36 +32,22 @@ def _is_output(parameter: Parameter) -> bool:
     return kind.endswith("*") or kind.startswith("char [")
 
 
-def _declare(parameter: Parameter) -> str:
-    if "[" in parameter.type:
-        base, bounds = parameter.type.split(" ", 1)
-        return f"{base} {parameter.name}{bounds}"
-    gap = "" if parameter.type.endswith("*") else " "
-    return f"{parameter.type}{gap}{parameter.name}"
-
-
-def _define(headers: Headers, function: Function) -> str:
-    parameters = [_declare(p) for p in function.parameters]
-    if function.variadic:
-        parameters.append("...")
-    gap = "" if function.returns.endswith("*") else " "
-    lines = [f"{function.returns}{gap}{function.name}({', '.join(parameters) or 'void'}) {{"]
-    lines.append(f'  recorder_begin("{function.name}");')
-    lines += [f"  {_note(headers, p)}" for p in function.parameters]
-    lines.append("  recorder_end();")
-    lines += [f"  recorder_fill({i}, {p.name});" for i, p in enumerate(function.parameters) if _is_output(p)]
+def _body(headers: Headers, function: Function) -> list[str]:
+    body = [f'recorder_begin("{function.name}");']
+    body += [_note(headers, p) for p in function.parameters]
+    body.append("recorder_end();")
+    body += [f"recorder_fill({i}, {p.name});" for i, p in enumerate(function.parameters) if _is_output(p)]
     if function.returns != "void":
-        cast = "(intptr_t)" if function.returns.endswith("*") else ""
-        lines.append(f"  return ({function.returns}){cast}recorder_result();")
-    return "\n".join([*lines, "}"])
+        cast = "(intptr_t)" if "pointer" in headers.kind(function.returns) else ""
+        body.append(f"return ({function.returns}){cast}recorder_result();")
+    return body
 
 
 def generate(headers: Headers, library: str) -> str:
     """The functions of one library."""
     functions = [f for f in headers.functions if f.library == library]
-    includes = sorted({f.header for f in functions})
-    blocks = ['#include "recorder.h"\n' + "\n".join(f'#include "kestrel/{name}"' for name in includes)]
-    return "\n\n".join(blocks + [_define(headers, f) for f in functions]) + "\n"
+    definitions = [c_source.define(f, _body(headers, f)) for f in functions]
+    return c_source.source(functions, ['"recorder.h"'], definitions)
 
 
 if __name__ == "__main__":

@@ -69,7 +69,9 @@ const char *OperatingSystemError(int number) {
 KESTREL_HOST_EXPORT const char *ZEL_ReturnStatusToString(ZEL_ReturnStatus status) {
   if (const char *text = FindSentence(status)) return text;
   const long long error_number = status - static_cast<long long>(ZEL_GENERIC_LINUX_ERROR);
-  if (error_number > 0 && error_number <= kMaxErrorNumber) return OperatingSystemError(static_cast<int>(error_number));
-  std::snprintf(composed, sizeof composed, "Unknown status 0x%08x (%d)", static_cast<unsigned>(status), status);
+  if (error_number > 0 && error_number <= kMaxErrorNumber)
+    return OperatingSystemError(static_cast<int>(error_number));
+  std::snprintf(composed, sizeof composed, "Unknown status 0x%08x (%d)", static_cast<unsigned>(status),
+                status);
   return composed;
 }

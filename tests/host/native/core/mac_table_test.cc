@@ -39,9 +39,9 @@ TEST(MacTable, OneAddressInTwoVlansIsTwoEntries) {
 }
 
 TEST(MacTable, OrdersByVlanThenByAddressAsSent) {
-  const std::vector<MacKey> ordered{{0, {0x02, 0, 0, 0, 0, 9}},    {7, {0x02, 0, 0, 0, 0, 0xff}},
-                                    {7, {0x02, 0, 0, 0, 1, 0}},    {7, {0x7e, 0, 0, 0, 0, 0}},
-                                    {7, {0x80, 0, 0, 0, 0, 0}},    {7, {0xfe, 0xff, 0, 0, 0, 0}},
+  const std::vector<MacKey> ordered{{0, {0x02, 0, 0, 0, 0, 9}},  {7, {0x02, 0, 0, 0, 0, 0xff}},
+                                    {7, {0x02, 0, 0, 0, 1, 0}},  {7, {0x7e, 0, 0, 0, 0, 0}},
+                                    {7, {0x80, 0, 0, 0, 0, 0}},  {7, {0xfe, 0xff, 0, 0, 0, 0}},
                                     {256, {0x02, 0, 0, 0, 0, 1}}};
   MacTable table;
   for (const std::size_t i : {4, 0, 6, 2, 5, 1, 3}) table.Learn(ordered[i], kHere, seconds(0));

@@ -47,7 +47,8 @@ TEST_F(MacTableFace, OrdersItsEntriesByVlanThenByAddress) {
   for (const VSMACEntry &entry : std::vector(table->macEntries, table->macEntries + 4)) {
     keys.push_back({entry.vid, AddressOf(entry)});
   }
-  const std::vector<MacKey> expected{{2, Station(100)}, {2, Station(150)}, {2, Station(200)}, {300, Station(1)}};
+  const std::vector<MacKey> expected{
+      {2, Station(100)}, {2, Station(150)}, {2, Station(200)}, {300, Station(1)}};
   EXPECT_EQ(keys, expected);
 }
 

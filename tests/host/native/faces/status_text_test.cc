@@ -37,7 +37,9 @@ constexpr Row kRows[] = {
 #undef KESTREL_VARIABLE
 };
 
-std::string TextOf(long long status) { return ZEL_ReturnStatusToString(static_cast<ZEL_ReturnStatus>(status)); }
+std::string TextOf(long long status) {
+  return ZEL_ReturnStatusToString(static_cast<ZEL_ReturnStatus>(status));
+}
 
 TEST(StatusText, IsThatOfTheTableForEveryCode) {
   for (const Row &row : kRows) {
