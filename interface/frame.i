@@ -235,18 +235,16 @@ SWIGINTERN int kestrel_exact_text(PyObject *obj, char *val, size_t size) {
   $1 = ($1_ltype)(PyBytes_Check($input) ? PyBytes_AS_STRING($input) : PyUnicode_AsUTF8($input));
 }
 
-/** A MAC address as any object with a byte buffer. */
+/** A MAC address as any object with a byte buffer. The object outlives the call and nothing of Python's runs during
+    it, so the view need not be held. */
 %typemap(in,noblock=1) (unsigned char const *mac, size_t size) (Py_buffer view) {
-  view.obj = NULL;
   if (PyObject_GetBuffer($input, &view, PyBUF_SIMPLE) < 0) {
     PyErr_Clear();
     %argument_fail(SWIG_TypeError, "(unsigned char *mac_str, SIZE)", $symname, $argnum);
   }
   $1 = ($1_ltype)view.buf;
   $2 = (size_t)view.len;
-}
-%typemap(freearg,noblock=1) (unsigned char const *mac, size_t size) {
-  if (view$argnum.obj) PyBuffer_Release(&view$argnum);
+  PyBuffer_Release(&view);
 }
 
 /* ---- Outputs that the caller does not pass ---------------------------------------------------------------------

@@ -56,3 +56,14 @@ def module_bytes(module: ModuleType) -> bytes:
 def bytes_address(data: bytes) -> int:
     """The address of a bytes object's buffer, which lies at the object's end."""
     return id(data) + bytes.__basicsize__ - 1
+
+
+_malloc = ctypes.CDLL(None).malloc
+_malloc.restype = ctypes.c_void_p
+
+
+def allocated(data: bytes) -> int:
+    """The address of a new block from the C library's allocator, for whoever takes it over to free."""
+    place = int(_malloc(ctypes.c_size_t(max(len(data), 1))))
+    ctypes.memmove(place, data, len(data))
+    return place
