@@ -62,6 +62,7 @@ void set_ip(DVMirrorIP &ip, const char *text) {
 
 void set_mac(unsigned char *mac, const char *text) {
   unsigned char parsed[kMacLength];
+  // NOLINTNEXTLINE(cert-err34-c): two digits fit a byte, and the count tells what was read.
   const int count = std::sscanf(text, "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx", &parsed[0], &parsed[1], &parsed[2],
                                 &parsed[3], &parsed[4], &parsed[5]);
   if (count > 0) std::memcpy(mac, parsed, static_cast<std::size_t>(count));

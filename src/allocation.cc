@@ -82,8 +82,8 @@ LSTeamTable *alloc_ls_team_table(int count) {
 }
 
 DVMirrorSessionTable *alloc_dvmirror_session_table(int numSessions, int numEntities) {
-  const auto sessions = static_cast<std::uint32_t>(size_of(sizeof(DVMirrorSessionTable), sizeof(DVMirrorSession),
-                                                           numSessions));
+  const auto sessions =
+      static_cast<std::uint32_t>(size_of(sizeof(DVMirrorSessionTable), sizeof(DVMirrorSession), numSessions));
   auto *table = make_zeroed<DVMirrorSessionTable>(size_of(sessions, sizeof(DVMirrorEntity), numEntities));
   if (table) {
     table->magicNum = static_cast<zel_uint32>(VS_DVMIRROR_MAGIC_NUM);

@@ -189,15 +189,11 @@ void RTMModIOCtlQuery___setitem__(RTMModIOCtlQuery *query, int index, const RTM_
 
 // ---- Runs of records ----
 
-VSPvlanMapEntry *VSPvlanMapEntry___getitem__(VSPvlanMapEntry *entry, int index) {
-  return element_of_run(entry, index);
-}
+VSPvlanMapEntry *VSPvlanMapEntry___getitem__(VSPvlanMapEntry *entry, int index) { return element_of_run(entry, index); }
 
 VSMACEntry *VSMACEntry___getitem__(VSMACEntry *entry, int index) { return element_of_run(entry, index); }
 
-VSStaticLEEntry *VSStaticLEEntry___getitem__(VSStaticLEEntry *entry, int index) {
-  return element_of_run(entry, index);
-}
+VSStaticLEEntry *VSStaticLEEntry___getitem__(VSStaticLEEntry *entry, int index) { return element_of_run(entry, index); }
 
 VSPMACLearningStatsPortInfo *VSPMACLearningStatsPortInfo___getitem__(VSPMACLearningStatsPortInfo *info, int index) {
   return element_of_run(info, index);

@@ -1,9 +1,9 @@
 /* The list of switches. */
 #pragma once
 
-#include "results.h"
 #include "export.h"
 #include "kestrel/runtime_records.h"
+#include "results.h"
 
 #ifdef __cplusplus
 extern "C" {

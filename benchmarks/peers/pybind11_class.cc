@@ -13,8 +13,7 @@ PYBIND11_MODULE(pybind11_class, module) {
   py::class_<zel_Name>(module, "Name")
       .def(py::init<>())
       .def_property(
-          "string",
-          [](const zel_Name &name) { return py::str(name.string, strnlen(name.string, sizeof name.string)); },
+          "string", [](const zel_Name &name) { return py::str(name.string, strnlen(name.string, sizeof name.string)); },
           [](zel_Name &name, std::string_view text) {
             if (text.size() >= sizeof name.string) throw py::value_error("at most 31 bytes");
             std::memcpy(name.string, text.data(), text.size());

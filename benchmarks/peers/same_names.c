@@ -36,8 +36,7 @@ PyMODINIT_FUNC PyInit_same_names(void) {
   PyObject *module = PyModule_Create(&definition);
   for (size_t i = 0; module && i < sizeof constants / sizeof constants[0]; ++i) {
     const Constant *constant = &constants[i];
-    PyObject *value =
-        constant->text ? PyUnicode_FromString(constant->text) : PyLong_FromLongLong(constant->integer);
+    PyObject *value = constant->text ? PyUnicode_FromString(constant->text) : PyLong_FromLongLong(constant->integer);
     if (PyModule_AddObjectRef(module, constant->name, value) < 0) Py_CLEAR(module);
     Py_XDECREF(value);
   }

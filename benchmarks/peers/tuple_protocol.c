@@ -165,9 +165,8 @@ static PyObject *new_signature(PyObject *Py_UNUSED(self), PyObject *arguments) {
 }
 
 static PyObject *delete_signature(PyObject *Py_UNUSED(self), PyObject *arguments) {
-  return destroy(
-      arguments, "O:delete_zel_MgmtApiSignature", &signature_type,
-      "in method 'delete_zel_MgmtApiSignature', argument 1 of type 'struct zel_MgmtApiSignature *'");
+  return destroy(arguments, "O:delete_zel_MgmtApiSignature", &signature_type,
+                 "in method 'delete_zel_MgmtApiSignature', argument 1 of type 'struct zel_MgmtApiSignature *'");
 }
 
 static PyObject *new_callback_info(PyObject *Py_UNUSED(self), PyObject *arguments) {
@@ -175,9 +174,8 @@ static PyObject *new_callback_info(PyObject *Py_UNUSED(self), PyObject *argument
 }
 
 static PyObject *delete_callback_info(PyObject *Py_UNUSED(self), PyObject *arguments) {
-  return destroy(
-      arguments, "O:delete_zel_MgmtCallbackInfo", &callback_info_type,
-      "in method 'delete_zel_MgmtCallbackInfo', argument 1 of type 'struct zel_MgmtCallbackInfo *'");
+  return destroy(arguments, "O:delete_zel_MgmtCallbackInfo", &callback_info_type,
+                 "in method 'delete_zel_MgmtCallbackInfo', argument 1 of type 'struct zel_MgmtCallbackInfo *'");
 }
 
 /** Registers the one argument as the class of `type`; a destructor of its own is optional. */
@@ -209,8 +207,7 @@ static PyObject *version_get(PyObject *Py_UNUSED(self), PyObject *arguments) {
   void *address;
   if (!PyArg_ParseTuple(arguments, "O:zel_MgmtApiSignature_version_get", &record)) return NULL;
   if (!read_pointer(record, &signature_type, &address, false)) {
-    return ARGUMENT_ERROR(PyExc_TypeError, "zel_MgmtApiSignature_version_get", 1,
-                          "struct zel_MgmtApiSignature *");
+    return ARGUMENT_ERROR(PyExc_TypeError, "zel_MgmtApiSignature_version_get", 1, "struct zel_MgmtApiSignature *");
   }
   return PyLong_FromUnsignedLong(((zel_MgmtApiSignature *)address)->version);
 }
@@ -221,8 +218,7 @@ static PyObject *version_set(PyObject *Py_UNUSED(self), PyObject *arguments) {
   uint32_t version = 0;
   if (!PyArg_ParseTuple(arguments, "OO:zel_MgmtApiSignature_version_set", &record, &value)) return NULL;
   if (!read_pointer(record, &signature_type, &address, false)) {
-    return ARGUMENT_ERROR(PyExc_TypeError, "zel_MgmtApiSignature_version_set", 1,
-                          "struct zel_MgmtApiSignature *");
+    return ARGUMENT_ERROR(PyExc_TypeError, "zel_MgmtApiSignature_version_set", 1, "struct zel_MgmtApiSignature *");
   }
   PyObject *error = read_u32(value, &version);
   if (error) return ARGUMENT_ERROR(error, "zel_MgmtApiSignature_version_set", 2, "zel_revnum");
@@ -235,8 +231,7 @@ static PyObject *name_get(PyObject *Py_UNUSED(self), PyObject *arguments) {
   void *address;
   if (!PyArg_ParseTuple(arguments, "O:zel_MgmtApiSignature_name_get", &record)) return NULL;
   if (!read_pointer(record, &signature_type, &address, false)) {
-    return ARGUMENT_ERROR(PyExc_TypeError, "zel_MgmtApiSignature_name_get", 1,
-                          "struct zel_MgmtApiSignature *");
+    return ARGUMENT_ERROR(PyExc_TypeError, "zel_MgmtApiSignature_name_get", 1, "struct zel_MgmtApiSignature *");
   }
   return wrap(&((zel_MgmtApiSignature *)address)->name, &name_type);
 }
@@ -271,8 +266,7 @@ static PyObject *synchronous_get(PyObject *Py_UNUSED(self), PyObject *arguments)
   void *address;
   if (!PyArg_ParseTuple(arguments, "O:zel_MgmtCallbackInfo_synchronous_get", &record)) return NULL;
   if (!read_pointer(record, &callback_info_type, &address, false)) {
-    return ARGUMENT_ERROR(PyExc_TypeError, "zel_MgmtCallbackInfo_synchronous_get", 1,
-                          "struct zel_MgmtCallbackInfo *");
+    return ARGUMENT_ERROR(PyExc_TypeError, "zel_MgmtCallbackInfo_synchronous_get", 1, "struct zel_MgmtCallbackInfo *");
   }
   return PyUnicode_DecodeUTF8(&((zel_MgmtCallbackInfo *)address)->synchronous, 1, "surrogateescape");
 }
@@ -283,8 +277,7 @@ static PyObject *synchronous_set(PyObject *Py_UNUSED(self), PyObject *arguments)
   zel_Bool flag = 0;
   if (!PyArg_ParseTuple(arguments, "OO:zel_MgmtCallbackInfo_synchronous_set", &record, &value)) return NULL;
   if (!read_pointer(record, &callback_info_type, &address, false)) {
-    return ARGUMENT_ERROR(PyExc_TypeError, "zel_MgmtCallbackInfo_synchronous_set", 1,
-                          "struct zel_MgmtCallbackInfo *");
+    return ARGUMENT_ERROR(PyExc_TypeError, "zel_MgmtCallbackInfo_synchronous_set", 1, "struct zel_MgmtCallbackInfo *");
   }
   PyObject *error = read_flag(value, &flag);
   if (error) return ARGUMENT_ERROR(error, "zel_MgmtCallbackInfo_synchronous_set", 2, "zel_Bool");

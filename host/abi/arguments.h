@@ -11,7 +11,8 @@
 namespace kestrel::host::abi {
 
 /** Throws StatusError ZEL_BAD_PARAM for null. */
-inline void RequirePointer(const void *argument) {
+template <typename Pointed>
+void RequirePointer(const Pointed *argument) {
   if (argument == nullptr) throw StatusError(ZEL_BAD_PARAM);
 }
 
@@ -31,11 +32,12 @@ inline std::string_view NicName(const char *text) { return NameArgument(text, ZE
 /** Writes an output; the cell may lie at any address. */
 template <typename Value>
 void SetOutput(Value *cell, Value value) {
-  std::memcpy(static_cast<void *>(cell), &value, sizeof value);
+  // A pointer, too, is written as it is. NOLINTNEXTLINE(bugprone-sizeof-expression)
+  std::memcpy(static_cast<void *>(cell), static_cast<const void *>(&value), sizeof(Value));
 }
 
-/** Sets all outputs of a call to 0 or null, which they keep if it fails. Throws StatusError ZEL_BAD_PARAM
-    when one of the cells is missing. */
+/** Sets all outputs of a call to 0 or null, which they keep if it fails. Throws StatusError ZEL_BAD_PARAM when one of
+    the cells is missing. */
 template <typename... Values>
 void ClearOutputs(Values *...cells) {
   ((cells == nullptr ? void() : SetOutput(cells, Values{})), ...);

@@ -24,8 +24,8 @@ char kept_message[512];
 
 bool IsContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xc0) == 0x80; }
 
-/** Whether there is a channel and a call in progress to leave: the status is other than 0 once a call was
-    aborted, until the next one arms the channel. */
+/** Whether there is a channel and a call in progress to leave: the status is other than 0 once a call was aborted,
+    until the next one arms the channel. */
 bool IsArmed() {
   return exception_buffer != nullptr && &exceptionType != nullptr && &exceptionMsg != nullptr &&
          &exception_status != nullptr && exception_status == 0;

@@ -13,13 +13,11 @@
 
 namespace kestrel::host::abi {
 
-/** Copies `text` into the first bytes of a field and fills the rest with zeros, one of which always
-    remains. */
+/** Copies `text` into the first bytes of a field and fills the rest with zeros, one of which always remains. */
 template <typename Byte, std::size_t width>
 void SetText(Byte (&field)[width], std::string_view text) {
   static_assert(sizeof(Byte) == 1);
-  const std::size_t length = text.size() < width ? text.size() : width - 1;
-  std::memcpy(field, text.data(), length);
+  const std::size_t length = text.copy(reinterpret_cast<char *>(field), width - 1);
   std::memset(field + length, 0, width - length);
 }
 

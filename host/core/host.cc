@@ -18,8 +18,7 @@ void Host::SetNicLink(std::string_view name, LinkStatus link) { nics_.SetLink(na
 
 const LinkStatus &Host::LinkOfPluggedNic(std::string_view name) const {
   const LinkStatus *link = nics_.FindLink(name);
-  if (link == nullptr)
-    throw FatalError("an uplink holds NIC " + std::string(name) + ", which the host lacks");
+  if (link == nullptr) throw FatalError("an uplink holds NIC " + std::string(name) + ", which the host lacks");
   return *link;
 }
 
@@ -29,9 +28,7 @@ const Switch &Host::FindSwitch(std::string_view name) const {
   return *found;
 }
 
-Switch &Host::Get(std::string_view name) {
-  return const_cast<Switch &>(std::as_const(*this).FindSwitch(name));
-}
+Switch &Host::Get(std::string_view name) { return const_cast<Switch &>(std::as_const(*this).FindSwitch(name)); }
 
 void Host::AddSwitch(SwitchSpec spec) {
   const Switch &added = switches_.Add(Switch{SwitchConfig(std::move(spec))});

@@ -10,8 +10,8 @@ void Host::LoadConfig() {
   SwitchSet<Switch> loaded;
   for (const SavedSwitch &saved : store_.Switches()) loaded.Add(Switch{saved.config});
 
-  // From here on nothing can fail, so that what traffic has made of the switches can be moved. The ports that
-  // it speaks of are all there: what a switch consists of is always saved.
+  // From here on nothing can fail, so that what traffic has made of the switches can be moved. The ports that it speaks
+  // of are all there: what a switch consists of is always saved.
   for (Switch &fresh : loaded.Items()) {
     Switch *former = switches_.FindById(fresh.config.spec().id);
     if (former != nullptr) fresh.macs = std::move(former->macs);

@@ -7,8 +7,7 @@
 
 namespace kestrel::host {
 
-void Host::SetPortVlan(std::string_view owner, std::string_view port, VlanPolicy policy,
-                       Persistence persistence) {
+void Host::SetPortVlan(std::string_view owner, std::string_view port, VlanPolicy policy, Persistence persistence) {
   SwitchConfig &in_use = Get(owner).config;
   const PortId id = in_use.PortNamed(port).id;
   CheckVlanPolicy(policy, in_use.spec().vlans);

@@ -8,8 +8,8 @@
 namespace kestrel::host {
 namespace {
 
-/** Makes a change, `make(config)`, to the configuration in use and to the saved one, or to neither:
-    `undo(config)` takes it back and must not throw. */
+/** Makes a change, `make(config)`, to the configuration in use and to the saved one, or to neither: `undo(config)`
+    takes it back and must not throw. */
 template <typename Make, typename Undo>
 void MakeInBoth(SwitchConfig &in_use, Store &store, Make make, Undo undo) {
   make(in_use);

@@ -15,8 +15,7 @@ struct LagStatus {
   zel_LinkState state = ZEL_LINK_STATE_DOWN;
   /** Bit i is set while the link of `nics[i]` is up. */
   std::uint64_t up_members = 0;
-  /** The members that have a NIC, in the order of the group. The texts live as long as the switch stays as it
-      is. */
+  /** The members that have a NIC, in the order of the group. The texts live as long as the switch stays as it is. */
   std::vector<std::string_view> nics;
 };
 

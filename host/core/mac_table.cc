@@ -4,8 +4,7 @@
 
 namespace kestrel::host {
 
-MacTable::MacTable(std::size_t learned_limit, Duration ageing)
-    : learned_limit_(learned_limit), ageing_(ageing) {}
+MacTable::MacTable(std::size_t learned_limit, Duration ageing) : learned_limit_(learned_limit), ageing_(ageing) {}
 
 Learning MacTable::Learn(const MacKey &key, PortId port, TimePoint now) {
   const auto found = entries_.find(key);

@@ -56,9 +56,9 @@ class MacTable {
   /** Notes a frame from `key` through `port`. */
   Learning Learn(const MacKey &key, PortId port, TimePoint now);
 
-  /** Enters an address for good, in place of a learned entry if there is one. `kind` is
-      VS_MAC_ADDR_TYPE_STATIC or VS_MAC_ADDR_TYPE_USER. Throws StatusError ZEL_BAD_PARAM for another kind,
-      ZEL_EXISTS when the address has such an entry already. */
+  /** Enters an address for good, in place of a learned entry if there is one. `kind` is VS_MAC_ADDR_TYPE_STATIC or
+      VS_MAC_ADDR_TYPE_USER. Throws StatusError ZEL_BAD_PARAM for another kind, ZEL_EXISTS when the address has such an
+      entry already. */
   void Enter(const MacKey &key, VSMACAddrType kind, PortId port, TimePoint now);
 
   /** Drops the learned entries whose time is over. */

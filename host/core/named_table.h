@@ -12,8 +12,8 @@
 
 namespace kestrel::host {
 
-/** Items in the order of their member `id`, found by it and by their member `name` without a scan. Both are
-    unique in the table and never change while the item is in it. */
+/** Items in the order of their member `id`, found by it and by their member `name` without a scan. Both are unique in
+    the table and never change while the item is in it. */
 template <typename Item>
 class NamedTable {
  public:

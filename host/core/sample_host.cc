@@ -17,18 +17,12 @@ constexpr LinkStatus Up(std::uint32_t speed) { return {ZEL_LINK_STATE_UP, speed,
 
 VlanPolicy Access(VlanId vlan) { return {.vlan = vlan, .ranges = {}}; }
 
-VlanPolicy Trunk(std::vector<VlanRange> ranges) {
-  return {.mode = VlanMode::kTrunk, .ranges = std::move(ranges)};
-}
+VlanPolicy Trunk(std::vector<VlanRange> ranges) { return {.mode = VlanMode::kTrunk, .ranges = std::move(ranges)}; }
 
-VlanPolicy PrivateVlan(VlanId secondary) {
-  return {.mode = VlanMode::kPrivate, .vlan = secondary, .ranges = {}};
-}
+VlanPolicy PrivateVlan(VlanId secondary) { return {.mode = VlanMode::kPrivate, .vlan = secondary, .ranges = {}}; }
 
 /** A locally administered address. */
-constexpr MacAddress Address(std::uint8_t room, std::uint8_t number) {
-  return {0x02, 0x4b, 0, 0, room, number};
-}
+constexpr MacAddress Address(std::uint8_t room, std::uint8_t number) { return {0x02, 0x4b, 0, 0, room, number}; }
 
 /** Fits out one switch of the host. */
 class Fitter {
@@ -58,9 +52,7 @@ class Fitter {
   void Vlan(const std::string &port, VlanPolicy policy) {
     host_.SetPortVlan(switch_, port, std::move(policy), Persistence::kSaved);
   }
-  void Hear(PortId port, VlanId vlan, const MacAddress &address) {
-    host_.SeeSource(switch_, port, {vlan, address});
-  }
+  void Hear(PortId port, VlanId vlan, const MacAddress &address) { host_.SeeSource(switch_, port, {vlan, address}); }
   void Pin(PortId port, VlanId vlan, const MacAddress &address) {
     host_.EnterAddress(switch_, port, {vlan, address}, VS_MAC_ADDR_TYPE_USER);
   }
@@ -77,10 +69,9 @@ class Fitter {
 };
 
 void FitOutProduction(Host &host) {
-  Fitter prod(host, {.id = "7b0c6d2e-4a51-4f0e-9d3b-1c2a5e8f9a01",
-                     .portset = "DvsPortset-0",
-                     .alias = "dvs-prod",
-                     .max_ports = 512});
+  Fitter prod(
+      host,
+      {.id = "7b0c6d2e-4a51-4f0e-9d3b-1c2a5e8f9a01", .portset = "DvsPortset-0", .alias = "dvs-prod", .max_ports = 512});
   const PortId alone = prod.Uplink("uplink1", "0", "vmnic0", Up(ZEL_LINK_SPEED_25000_MBPS));
   const PortId first = prod.Uplink("uplink2", "1", "vmnic1", Up(ZEL_LINK_SPEED_25000_MBPS));
   prod.Uplink("uplink3", "2", "vmnic2", kDown);

@@ -15,8 +15,7 @@ SwitchConfig::SwitchConfig(SwitchSpec spec) : spec_(std::move(spec)) {
   CheckName(spec_.portset, ZEL_PORTSET_NAME_MAX);
   CheckName(spec_.alias, ZEL_VDS_NAME_MAX_LEN);
   if (spec_.mtu < kMinMtu || spec_.mtu > kMaxMtu) throw StatusError(ZEL_BAD_PARAM);
-  if (spec_.vlans.first > spec_.vlans.last || spec_.vlans.last > kMaxVlanId)
-    throw StatusError(ZEL_BAD_VLANID);
+  if (spec_.vlans.first > spec_.vlans.last || spec_.vlans.last > kMaxVlanId) throw StatusError(ZEL_BAD_VLANID);
 }
 
 const Port &SwitchConfig::PortNamed(std::string_view name) const {
@@ -122,8 +121,7 @@ void SwitchConfig::ResetProperties() noexcept {
 
 void SwitchConfig::DropDangling() noexcept {
   for (Lag &lag : lags_.Items()) {
-    std::erase_if(lag.members,
-                  [this](const std::string &name) { return uplinks_.FindNamed(name) == nullptr; });
+    std::erase_if(lag.members, [this](const std::string &name) { return uplinks_.FindNamed(name) == nullptr; });
   }
   lags_.RemoveIf([](const Lag &lag) { return lag.members.empty(); });
 }

@@ -38,12 +38,12 @@ struct SwitchSpec {
   bool operator==(const SwitchSpec &) const = default;
 };
 
-/** The configuration of a switch: its ports, uplinks and groups, and the properties of each. A value, of
-    which the running switch holds one and the store another. Every operation does all or nothing. */
+/** The configuration of a switch: its ports, uplinks and groups, and the properties of each. A value, of which the
+    running switch holds one and the store another. Every operation does all or nothing. */
 class KESTREL_HOST_EXPORT SwitchConfig {
  public:
-  /** Throws as CheckName does for the names, StatusError ZEL_BAD_PARAM for an MTU outside of kMinMtu to
-      kMaxMtu, ZEL_BAD_VLANID for a range of VLANs that is empty or goes beyond kMaxVlanId. */
+  /** Throws as CheckName does for the names, StatusError ZEL_BAD_PARAM for an MTU outside of kMinMtu to kMaxMtu,
+      ZEL_BAD_VLANID for a range of VLANs that is empty or goes beyond kMaxVlanId. */
   explicit SwitchConfig(SwitchSpec spec);
 
   const SwitchSpec &spec() const { return spec_; }
@@ -62,22 +62,21 @@ class KESTREL_HOST_EXPORT SwitchConfig {
   /** Ports that have a client. */
   std::uint32_t CountActivePorts() const;
 
-  /** Throws StatusError ZEL_EXISTS when the identifier or the name is taken, ZEL_LIMIT_EXCEEDED when the
-      switch is full, and as CheckName does. */
+  /** Throws StatusError ZEL_EXISTS when the identifier or the name is taken, ZEL_LIMIT_EXCEEDED when the switch is
+      full, and as CheckName does. */
   void AddPort(Port port);
   /** Removes a port, be it an uplink or not; groups keep the uplink's name. No effect when there is none. */
   void RemovePort(PortId id) noexcept;
   /** Adds an uplink and its port. Throws as AddPort does; uplinks and groups share one space of names. */
   void AddUplink(std::string name, Port port);
-  /** Throws StatusError ZEL_NOT_FOUND for a member that is no uplink, ZEL_BAD_PARAM for no members or one
-      that is named twice, ZEL_BUSY for one that belongs to another group, ZEL_EXISTS, ZEL_LIMIT_EXCEEDED and
-      as CheckName does. */
+  /** Throws StatusError ZEL_NOT_FOUND for a member that is no uplink, ZEL_BAD_PARAM for no members or one that is named
+      twice, ZEL_BUSY for one that belongs to another group, ZEL_EXISTS, ZEL_LIMIT_EXCEEDED and as CheckName does. */
   void AddLag(Lag lag);
   void RemoveLag(std::uint32_t id) noexcept;
 
-  /** Plugs a client into a port. Throws StatusError ZEL_NOT_FOUND for an unknown port, ZEL_BAD_PARAM for a
-      client that does not belong there: a NIC belongs into an uplink and nothing else does; ZEL_IS_CONNECTED
-      when the port or the NIC is taken. */
+  /** Plugs a client into a port. Throws StatusError ZEL_NOT_FOUND for an unknown port, ZEL_BAD_PARAM for a client that
+      does not belong there: a NIC belongs into an uplink and nothing else does; ZEL_IS_CONNECTED when the port or the
+      NIC is taken. */
   void Connect(PortId id, Client client);
   /** No effect on a port that is unknown or free. */
   void Disconnect(PortId id) noexcept;
@@ -85,8 +84,7 @@ class KESTREL_HOST_EXPORT SwitchConfig {
   /** Sets a port's VLAN policy, or takes it away. No effect on an unknown port. */
   void SetVlan(PortId id, std::optional<VlanPolicy> policy) noexcept;
 
-  /** Gives every property of the switch and its ports its default. What exists and who is plugged in
-      remains. */
+  /** Gives every property of the switch and its ports its default. What exists and who is plugged in remains. */
   void ResetProperties() noexcept;
   /** Drops group members whose uplink is gone, and groups that have none left. */
   void DropDangling() noexcept;

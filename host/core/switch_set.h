@@ -14,13 +14,13 @@
 
 namespace kestrel::host {
 
-/** Items with a SwitchConfig as their member `config`, in the order in which they were added, found by each
-    of the names of the switch without a scan. An item stays at its address until it is removed. */
+/** Items with a SwitchConfig as their member `config`, in the order in which they were added, found by each of the
+    names of the switch without a scan. An item stays at its address until it is removed. */
 template <typename Item>
 class SwitchSet {
  public:
-  /** Throws StatusError ZEL_EXISTS when the identifier, the portset name or the alias is taken; the latter
-      two share one space of names. */
+  /** Throws StatusError ZEL_EXISTS when the identifier, the portset name or the alias is taken; the latter two share
+      one space of names. */
   Item &Add(Item item) {
     const SwitchSpec &spec = item.config.spec();
     if (FindById(spec.id) != nullptr || Find(spec.portset) != nullptr || Find(spec.alias) != nullptr) {

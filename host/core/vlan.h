@@ -49,9 +49,9 @@ struct VlanPolicy {
   bool operator==(const VlanPolicy &) const = default;
 };
 
-/** Checks a policy for a port of a switch that carries the VLANs `valid`. Throws StatusError ZEL_BAD_PARAM
-    for a trunk without ranges and for ranges on a port that is no trunk, ZEL_BAD_VLANID for an identifier
-    outside of `valid` and for a range that is empty or overlaps another. */
+/** Checks a policy for a port of a switch that carries the VLANs `valid`. Throws StatusError ZEL_BAD_PARAM for a trunk
+    without ranges and for ranges on a port that is no trunk, ZEL_BAD_VLANID for an identifier outside of `valid` and
+    for a range that is empty or overlaps another. */
 void CheckVlanPolicy(const VlanPolicy &policy, VlanRange valid);
 
 }  // namespace kestrel::host

@@ -105,8 +105,7 @@ ZEL_ReturnStatus VSZEL_GetUplinks(const char *switchName, VSUplinks **tableOut);
 ZEL_ReturnStatus VSZEL_GetUplinkLinkState(const char *switchName, const char *uplinkName, zel_LinkState *valueOut);
 
 /** Whether LACP has taken an uplink into its group's service. */
-ZEL_ReturnStatus VSZEL_GetUplinkLACPLinkState(const char *switchName, const char *uplinkName,
-                                              zel_LinkState *valueOut);
+ZEL_ReturnStatus VSZEL_GetUplinkLACPLinkState(const char *switchName, const char *uplinkName, zel_LinkState *valueOut);
 
 /** Takes an uplink's link up or down by hand. */
 ZEL_ReturnStatus VSZEL_SetUplinkAdminLinkState(const char *switchName, const char *uplinkName, zel_LinkState state);

@@ -70,8 +70,7 @@ ZEL_ReturnStatus DVSState_ConfigDeserialize(void *image, int length);
 ZEL_ReturnStatus DVSState_ConfigReset(void);
 
 /** Hands out an image of a collection of properties in the form of a version of the distributed switch. */
-ZEL_ReturnStatus DVSData_Serialize(DVSDataHandle handle, void **imageCell, zel_uint32 *lengthCell,
-                                   VDSVersion version);
+ZEL_ReturnStatus DVSData_Serialize(DVSDataHandle handle, void **imageCell, zel_uint32 *lengthCell, VDSVersion version);
 
 /* ---- Switches ---- */
 
@@ -122,8 +121,7 @@ ZEL_ReturnStatus DVSZEL_PortRemove(const char *switchId, const char *portId);
 ZEL_ReturnStatus DVSZEL_PortFind(const char *switchId, const char *portId);
 
 /** Hands out the distributed port that another controller knows by this id. */
-ZEL_ReturnStatus DVSZEL_PortGetByExternalId(const char *switchId, const char *externalId,
-                                            OpaqueDVPortData **dataCell);
+ZEL_ReturnStatus DVSZEL_PortGetByExternalId(const char *switchId, const char *externalId, OpaqueDVPortData **dataCell);
 
 /** Hands out an image of a port's live state. */
 ZEL_ReturnStatus DVSZEL_PortStateGet(const char *switchId, const char *portId, void **imageCell, int *lengthCell);
@@ -191,8 +189,7 @@ ZEL_ReturnStatus DVSState_GlobalPropLookup(const char *switchId, const char *key
 ZEL_ReturnStatus DVSState_HostPropLookup(const char *switchId, const char *key, DVSDataItem *itemCell);
 
 /** Collects the properties of other vendors, of the types in a mask, at each level. */
-ZEL_ReturnStatus DVSZEL_VendorGlobalPropList(const char *switchId, DVSDataHandle *handleCell,
-                                             zel_uint32 propertyType);
+ZEL_ReturnStatus DVSZEL_VendorGlobalPropList(const char *switchId, DVSDataHandle *handleCell, zel_uint32 propertyType);
 ZEL_ReturnStatus DVSZEL_VendorHostPropList(const char *switchId, DVSDataHandle *handleCell, zel_uint32 propertyType);
 ZEL_ReturnStatus DVSZEL_VendorPortPropList(const char *switchId, const char *portId, DVSDataHandle *handleCell,
                                            zel_uint32 propertyType);
@@ -206,16 +203,14 @@ ZEL_ReturnStatus DVSZEL_ExtraConfigPortPropList(const char *switchId, const char
 
 /** Hands out a property's value, sets it, clears it: of a switch. */
 ZEL_ReturnStatus DVSZEL_GlobalPropGet(const char *switchId, const char *key, void **valueCell, int *lengthCell);
-ZEL_ReturnStatus DVSZEL_SmartNICGlobalPropGet(const char *switchId, const char *key, void **valueCell,
-                                              int *lengthCell);
+ZEL_ReturnStatus DVSZEL_SmartNICGlobalPropGet(const char *switchId, const char *key, void **valueCell, int *lengthCell);
 ZEL_ReturnStatus DVSZEL_GlobalPropSet(const char *switchId, const char *key, void *value, int length,
                                       zel_uint32 propertyType);
 ZEL_ReturnStatus DVSZEL_GlobalPropClear(const char *switchId, const char *key);
 
 /** The same of this host's part of a switch. */
 ZEL_ReturnStatus DVSZEL_HostPropGet(const char *switchId, const char *key, void **valueCell, int *lengthCell);
-ZEL_ReturnStatus DVSZEL_SmartNICHostPropGet(const char *switchId, const char *key, void **valueCell,
-                                            int *lengthCell);
+ZEL_ReturnStatus DVSZEL_SmartNICHostPropGet(const char *switchId, const char *key, void **valueCell, int *lengthCell);
 ZEL_ReturnStatus DVSZEL_HostPropSet(const char *switchId, const char *key, void *value, int length,
                                     zel_uint32 propertyType);
 ZEL_ReturnStatus DVSZEL_HostPropClear(const char *switchId, const char *key);
@@ -223,8 +218,8 @@ ZEL_ReturnStatus DVSZEL_HostPropClear(const char *switchId, const char *key);
 /** The same of a port. */
 ZEL_ReturnStatus DVSZEL_PortDataGet(const char *switchId, const char *portId, const char *key, void **valueCell,
                                     int *lengthCell);
-ZEL_ReturnStatus DVSZEL_SmartNICPortDataGet(const char *switchId, const char *portId, const char *key,
-                                            void **valueCell, int *lengthCell);
+ZEL_ReturnStatus DVSZEL_SmartNICPortDataGet(const char *switchId, const char *portId, const char *key, void **valueCell,
+                                            int *lengthCell);
 ZEL_ReturnStatus DVSZEL_PortDataSet(const char *switchId, const char *portId, const char *key, void *value, int length,
                                     zel_uint32 propertyType);
 ZEL_ReturnStatus DVSZEL_PortDataClear(const char *switchId, const char *portId, const char *key);
@@ -232,8 +227,8 @@ ZEL_ReturnStatus DVSZEL_PortDataClear(const char *switchId, const char *portId, 
 /** The same of an uplink, by its number. */
 ZEL_ReturnStatus DVSZEL_UplinkDataGet(const char *switchId, const char *key, zel_uint32 uplink, void **valueCell,
                                       int *lengthCell);
-ZEL_ReturnStatus DVSZEL_UplinkDataSet(const char *switchId, const char *key, zel_uint32 uplink, void *value,
-                                      int length, zel_uint32 propertyType);
+ZEL_ReturnStatus DVSZEL_UplinkDataSet(const char *switchId, const char *key, zel_uint32 uplink, void *value, int length,
+                                      zel_uint32 propertyType);
 
 /* ---- Walks. A null callback is accepted and walks nothing. ---- */
 

@@ -55,9 +55,7 @@ static int meddled_with(size_t size) {
 
 void *malloc(size_t size) { return meddled_with(size) ? NULL : __libc_malloc(size); }
 
-void *calloc(size_t count, size_t size) {
-  return meddled_with(count * size) ? NULL : __libc_calloc(count, size);
-}
+void *calloc(size_t count, size_t size) { return meddled_with(count * size) ? NULL : __libc_calloc(count, size); }
 
 void free(void *memory) {
   if (memory && memory == jumping_memory) {

@@ -24,7 +24,7 @@ VSMACEntry RecordOf(const MacKey &key, const MacEntry &entry, TimePoint now) {
   std::ranges::copy(key.address, record.macAddress);
   record.macAddrType = entry.kind;
   record.portID = entry.port;
-  record.aging = entry.kind == VS_MAC_ADDR_TYPE_LEARNED;
+  record.aging = entry.kind == VS_MAC_ADDR_TYPE_LEARNED ? 1 : 0;
   record.vid = key.vlan;
   record.elapsed = AgeOf(entry, now);
   record.macMove = entry.moves;
@@ -33,9 +33,7 @@ VSMACEntry RecordOf(const MacKey &key, const MacEntry &entry, TimePoint now) {
 
 VSMACTable *TableOf(const Switch &which, VSMACAddrType kind, TimePoint now) {
   if (kind > VS_MAC_ADDR_TYPE_ALL) throw StatusError(ZEL_BAD_PARAM);
-  const auto is_wanted = [kind](const auto &item) {
-    return kind == VS_MAC_ADDR_TYPE_ALL || item.second.kind == kind;
-  };
+  const auto is_wanted = [kind](const auto &item) { return kind == VS_MAC_ADDR_TYPE_ALL || item.second.kind == kind; };
   const auto &entries = which.macs.entries();
   const auto count = static_cast<std::size_t>(std::ranges::count_if(entries, is_wanted));
 

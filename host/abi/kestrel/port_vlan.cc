@@ -37,9 +37,8 @@ using namespace kestrel::host;
 using namespace kestrel::host::abi;
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_SetPortVLANPolicy(const char *switchName, const char *portName,
-                                                             zel_uint16 vlanID, int mode,
-                                                             zel_Bool setPriority, zel_Bool runtimeOnly,
-                                                             zel_VDSPortVIDRange *ranges,
+                                                             zel_uint16 vlanID, int mode, zel_Bool setPriority,
+                                                             zel_Bool runtimeOnly, zel_VDSPortVIDRange *ranges,
                                                              zel_uint16 numRanges) {
   return Guarded([&] {
     const auto name = SwitchName(switchName);
@@ -59,8 +58,7 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_GetPortVLANPolicy(const char *switchN
     ClearOutputs(tableOut, valueOut);
     const auto name = SwitchName(switchName);
     const auto port = PortName(portName);
-    const VlanPolicy policy =
-        ProcessHost().FindSwitch(name).config.PortNamed(port).vlan.value_or(VlanPolicy{});
+    const VlanPolicy policy = ProcessHost().FindSwitch(name).config.PortNamed(port).vlan.value_or(VlanPolicy{});
     const std::size_t size = sizeof(VSPortVlanPolicy) + policy.ranges.size() * sizeof(zel_VDSPortVIDRange);
     SetOutput(tableOut, RecordOf(policy, size));
     SetOutput(valueOut, static_cast<int>(size));

@@ -15,7 +15,7 @@ struct Sentence {
 };
 
 constexpr auto kSentences = [] {
-  std::array sentences{
+  constexpr Sentence kRows[] = {
 #define KESTREL_INT(name, value)
 #define KESTREL_STR(name, text)
 #define KESTREL_STATUS(name, value, text) Sentence{value, text},
@@ -34,6 +34,7 @@ constexpr auto kSentences = [] {
 #undef KESTREL_ENUM_END
 #undef KESTREL_VARIABLE
   };
+  auto sentences = std::to_array(kRows);
   std::ranges::sort(sentences, {}, &Sentence::status);
   return sentences;
 }();
@@ -69,9 +70,7 @@ const char *OperatingSystemError(int number) {
 KESTREL_HOST_EXPORT const char *ZEL_ReturnStatusToString(ZEL_ReturnStatus status) {
   if (const char *text = FindSentence(status)) return text;
   const long long error_number = status - static_cast<long long>(ZEL_GENERIC_LINUX_ERROR);
-  if (error_number > 0 && error_number <= kMaxErrorNumber)
-    return OperatingSystemError(static_cast<int>(error_number));
-  std::snprintf(composed, sizeof composed, "Unknown status 0x%08x (%d)", static_cast<unsigned>(status),
-                status);
+  if (error_number > 0 && error_number <= kMaxErrorNumber) return OperatingSystemError(static_cast<int>(error_number));
+  std::snprintf(composed, sizeof composed, "Unknown status 0x%08x (%d)", static_cast<unsigned>(status), status);
   return composed;
 }

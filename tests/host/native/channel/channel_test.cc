@@ -1,5 +1,5 @@
-/* How a guarded call ends in a process that has an exception channel, as one with the module loaded has. This
-   program defines the channel and the interpreter's exception type, for libmorrow to find by name. */
+/* How a guarded call ends in a process that has an exception channel, as one with the module loaded has. This program
+   defines the channel and the interpreter's exception type, for libmorrow to find by name. */
 #include <gtest/gtest.h>
 
 #include <csetjmp>

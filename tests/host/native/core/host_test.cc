@@ -9,9 +9,7 @@ namespace {
 
 using std::chrono::seconds;
 
-SwitchSpec Other() {
-  return {.id = "other-id", .portset = "other-portset", .alias = "other", .max_ports = 4};
-}
+SwitchSpec Other() { return {.id = "other-id", .portset = "other-portset", .alias = "other", .max_ports = 4}; }
 
 const SwitchConfig &ConfigOf(const Host &host) { return host.FindSwitch(kAlias).config; }
 
@@ -271,8 +269,7 @@ TEST(LagStatus, IsUpWhileOneMemberIs) {
     const Switch &owner = host->FindSwitch(kAlias);
     return StatusOfLag(*host, owner, *owner.config.lags().FindNamed("bond"));
   };
-  EXPECT_EQ(status().nics, (std::vector<std::string_view>{"nic-l", "nic-r"}))
-      << "the free uplink has no link";
+  EXPECT_EQ(status().nics, (std::vector<std::string_view>{"nic-l", "nic-r"})) << "the free uplink has no link";
   EXPECT_EQ(status().up_members, 0b01U);
   EXPECT_EQ(status().state, ZEL_LINK_STATE_UP);
 

@@ -15,9 +15,7 @@ struct Item {
   bool operator==(const Item &) const = default;
 };
 
-std::vector<Item> Contents(const NamedTable<Item> &table) {
-  return {table.Items().begin(), table.Items().end()};
-}
+std::vector<Item> Contents(const NamedTable<Item> &table) { return {table.Items().begin(), table.Items().end()}; }
 
 TEST(NamedTable, FindsByBothKeysAndKeepsTheOrderOfIdentifiers) {
   NamedTable<Item> table;

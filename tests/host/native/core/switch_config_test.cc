@@ -7,9 +7,7 @@ namespace {
 
 SwitchSpec Spec() { return {.id = "id", .portset = "portset", .alias = "alias", .max_ports = 100}; }
 
-Port PortOf(PortId id, std::string name) {
-  return {.id = id, .name = std::move(name), .client = {}, .vlan = {}};
-}
+Port PortOf(PortId id, std::string name) { return {.id = id, .name = std::move(name), .client = {}, .vlan = {}}; }
 
 SwitchConfig WithUplinks(std::uint32_t count) {
   SwitchConfig config(Spec());

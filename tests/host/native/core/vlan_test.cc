@@ -5,9 +5,7 @@
 namespace kestrel::host {
 namespace {
 
-VlanPolicy Trunk(std::vector<VlanRange> ranges) {
-  return {.mode = VlanMode::kTrunk, .ranges = std::move(ranges)};
-}
+VlanPolicy Trunk(std::vector<VlanRange> ranges) { return {.mode = VlanMode::kTrunk, .ranges = std::move(ranges)}; }
 
 int Check(const VlanPolicy &policy, VlanRange valid = kAllVlans) {
   return StatusOf([&] { CheckVlanPolicy(policy, valid); });
@@ -73,8 +71,7 @@ TEST(Vlan, ModesAreNumbersOfThree) {
   EXPECT_EQ(VlanModeOf(0), VlanMode::kAccess);
   EXPECT_EQ(VlanModeOf(VSPORT_VLAN_GUEST_TAGGING), VlanMode::kTrunk);
   EXPECT_EQ(VlanModeOf(VSPORT_VLAN_PVLAN_ENABLED), VlanMode::kPrivate);
-  for (const int number : {-1, 3, 4, 256, 257, 1 << 16})
-    EXPECT_STATUS(ZEL_BAD_PARAM, VlanModeOf(number)) << number;
+  for (const int number : {-1, 3, 4, 256, 257, 1 << 16}) EXPECT_STATUS(ZEL_BAD_PARAM, VlanModeOf(number)) << number;
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-/* Every operation, with memory running out at its first allocation, its second, and so on until it succeeds:
-   it fails with ZEL_NO_MEMORY, its outputs are null, and nothing has changed. */
+/* Every operation, with memory running out at its first allocation, its second, and so on until it succeeds: it fails
+   with ZEL_NO_MEMORY, its outputs are null, and nothing has changed. */
 #include <cstdlib>
 #include <functional>
 #include <new>
@@ -38,8 +38,7 @@ namespace {
 
 class Exhaustion : public FaceTest {
  protected:
-  /** Runs `call` on a host made by `prepare` until memory suffices; gives the number of failures on the
-      way. */
+  /** Runs `call` on a host made by `prepare` until memory suffices; gives the number of failures on the way. */
   int Sweep(const std::function<ZEL_ReturnStatus()> &call, const std::function<void()> &prepare = [] {}) {
     for (int limit = 0; limit < 10000; ++limit) {
       InstallProcessHost(MakeTestHost());
@@ -140,9 +139,7 @@ TEST_F(Exhaustion, OfBuildingASwitch) {
   sweep([&](Host &host) { host.AddUplink(kAlias, name, name); });
   sweep([&](Host &host) { host.AddNic(name.substr(0, 31), kUp); });
   sweep([&](Host &host) { host.Connect(kAlias, "free", {VS_PORT_CLIENT_VNIC, name}); });
-  sweep([&](Host &host) {
-    host.AddSwitch({.id = name, .portset = name, .alias = name + "2", .max_ports = 1});
-  });
+  sweep([&](Host &host) { host.AddSwitch({.id = name, .portset = name, .alias = name + "2", .max_ports = 1}); });
 }
 
 TEST_F(Exhaustion, OfPluggingANicIn) {
@@ -156,8 +153,7 @@ TEST_F(Exhaustion, OfPluggingANicIn) {
 TEST_F(Exhaustion, OfGrouping) {
   const auto prepare = [this] { host().AddUplink(kAlias, "fourth", "u4"); };
   const auto call = [this] {
-    return abi::Guarded(
-        [this] { host().AddLag(kAlias, {.id = 9, .name = "second", .members = {"fourth"}}); });
+    return abi::Guarded([this] { host().AddLag(kAlias, {.id = 9, .name = "second", .members = {"fourth"}}); });
   };
   EXPECT_GT(Sweep(call, prepare), 0);
 }
@@ -168,6 +164,20 @@ TEST_F(Exhaustion, OfLearning) {
   };
   EXPECT_GT(Sweep(learn), 0);
   EXPECT_EQ(host().FindSwitch(kAlias).macs.entries().size(), 1U);
+}
+
+TEST_F(Exhaustion, OfLearningLeavesNothingThatAges) {
+  const PortId machine = IdOfPort(host(), "machine");
+  ZEL_ReturnStatus status = ZEL_NO_MEMORY;
+  for (int limit = 0; status != ZEL_OK; ++limit) {
+    host().AdvanceClock(std::chrono::seconds(1));
+    allocations_left = limit;
+    status = abi::Guarded([&] { host().SeeSource(kAlias, machine, {0, Station(1)}); });
+    allocations_left = -1;
+    ASSERT_TRUE(status == ZEL_OK || status == ZEL_NO_MEMORY);
+  }
+  host().AdvanceClock(std::chrono::seconds(VS_MAC_LEARNING_AGING_TIME_DEFAULT - 1));
+  EXPECT_EQ(host().FindSwitch(kAlias).macs.entries().size(), 1U) << "its age counts from the frame that was learned";
 }
 
 }  // namespace

@@ -8,12 +8,24 @@
 namespace kestrel::host::abi {
 namespace {
 
-TEST(RecordBlock, IsHandedOutWhenItIsExactlyFull) {
-  RecordBlock block(sizeof(zel_VDSPortVIDRange) + 5);
-  block.Append(zel_VDSPortVIDRange{1, 2});
-  EXPECT_THROW(block.Release<zel_VDSPortVIDRange>(), FatalError);
+constexpr zel_VDSPortVIDRange kRecord{1, 2};
+
+TEST(RecordBlock, IsNotHandedOutBeforeItIsFull) {
+  RecordBlock block(sizeof kRecord + 1);
+  block.Append(kRecord);
+  EXPECT_THROW(Owned<char>(block.Release<char>()), FatalError);
+}
+
+TEST(RecordBlock, TakesNoMoreThanItWasMadeFor) {
+  RecordBlock block(sizeof kRecord + 1);
+  block.Append(kRecord);
+  EXPECT_THROW(block.Append(kRecord), FatalError);
+}
+
+TEST(RecordBlock, HoldsItsRecordsOneBehindTheOther) {
+  RecordBlock block(sizeof kRecord + 5);
+  block.Append(kRecord);
   block.AppendText("abc", 5);
-  EXPECT_THROW(block.Append(zel_VDSPortVIDRange{3, 4}), FatalError);
   const Owned<char> bytes(block.Release<char>());
   EXPECT_EQ(std::string(bytes.get(), 9), std::string("\1\0\2\0abc\0\0", 9));
 }

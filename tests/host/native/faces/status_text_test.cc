@@ -37,9 +37,7 @@ constexpr Row kRows[] = {
 #undef KESTREL_VARIABLE
 };
 
-std::string TextOf(long long status) {
-  return ZEL_ReturnStatusToString(static_cast<ZEL_ReturnStatus>(status));
-}
+std::string TextOf(long long status) { return ZEL_ReturnStatusToString(static_cast<ZEL_ReturnStatus>(status)); }
 
 TEST(StatusText, IsThatOfTheTableForEveryCode) {
   for (const Row &row : kRows) {

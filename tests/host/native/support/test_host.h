@@ -15,9 +15,9 @@ inline constexpr LinkStatus kDown{ZEL_LINK_STATE_DOWN, 0, ZEL_LINK_DUPLEX_AUTO};
 
 constexpr MacAddress Station(std::uint8_t number) { return {0x02, 0, 0, 0, 0, number}; }
 
-/** One switch of MTU 2000 and six ports: "machine" and "service" with clients, "free" without, and the
-    uplinks "left", "middle", "right" on the ports "u1" to "u3", of which "left" and "right" hold the NICs
-    "nic-l" (up) and "nic-r" (down) and "middle" holds none. All three form group 5, "bond". */
+/** One switch of MTU 2000 and six ports: "machine" and "service" with clients, "free" without, and the uplinks "left",
+    "middle", "right" on the ports "u1" to "u3", of which "left" and "right" hold the NICs "nic-l" (up) and "nic-r"
+    (down) and "middle" holds none. All three form group 5, "bond". */
 inline std::unique_ptr<Host> MakeTestHost() {
   auto host = std::make_unique<Host>();
   host->AddSwitch({.id = "3f0e8a52-6d17-4c49-b2a0-915e7cd4f803",
@@ -41,8 +41,6 @@ inline std::unique_ptr<Host> MakeTestHost() {
   return host;
 }
 
-inline PortId IdOfPort(const Host &host, const char *port) {
-  return host.FindSwitch(kAlias).config.PortNamed(port).id;
-}
+inline PortId IdOfPort(const Host &host, const char *port) { return host.FindSwitch(kAlias).config.PortNamed(port).id; }
 
 }  // namespace kestrel::host
