@@ -59,6 +59,10 @@ cross: $(VENV)/test
 bench: $(VENV)/bench $(VENV)/installed
 	$(PYTHON) benchmarks/boundary.py
 
+## reference: write the reference pages anew from the headers
+reference: $(VENV)/test
+	PYTHONPATH=tools $(PYTHON) -m headers.reference docs/reference
+
 ## lint: formatting, static checks and types; warnings are errors
 lint: $(VENV)/lint build
 	clang-format --dry-run --Werror $(NATIVE_SOURCES)
@@ -87,4 +91,4 @@ $(VENV)/installed: $(VENV)/demo $(SOURCES)
 	$(PYTHON) -m pip install --quiet --no-deps .
 	touch $@
 
-.PHONY: help demo test test-native test-module test-host test-package build cross bench lint format clean
+.PHONY: help demo test test-native test-module test-host test-package build cross bench reference lint format clean

@@ -159,9 +159,12 @@ void DVMirrorEntity_set_entity(DVMirrorEntity *entity, const char *text) {
   }
 }
 
-kestrel_Text zel_Name___repr__(zel_Name *name) { return {name->string, sizeof name->string}; }
+kestrel_Text zel_Name___repr__(zel_Name *name) {
+  return name ? kestrel_Text{name->string, sizeof name->string} : kestrel_Text{nullptr, 0};
+}
 
 kestrel_Text VSLAGStatus_get_name(VSLAGStatus *status) {
+  if (!status) return {nullptr, 0};
   return {reinterpret_cast<const char *>(status->name), sizeof status->name};
 }
 

@@ -12,13 +12,16 @@ extern "C" {
 
 /* ---- MAC addresses from bytes. Six bytes are read, whatever `size` says. ---- */
 
+/** Sets the entry's MAC address. */
 void VSMACEntry_set_mac_address(VSMACEntry *entry, const unsigned char *mac, size_t size);
 /** Entry number `index` of 25; outside, nothing is written. */
 void VSMACEntries_set_mac_address(VSMACEntries *entries, int index, const unsigned char *mac, size_t size);
+/** Sets the entry's MAC address. */
 void VSStaticLEEntry_set_mac_address(VSStaticLEEntry *entry, const unsigned char *mac, size_t size);
 
-/* ---- Entries of multicast filters as text; no text for an index outside the record's `numEntries`. ---- */
+/* ---- Entries of multicast filters as text ---- */
 
+/** Entry number `index` as IPv4, IPv6 or MAC text; no text for an index outside the record's `numEntries`. */
 kestrel_OwnText VSMcastFilters_get_ip_entry(VSMcastFilters *filters, int index);
 kestrel_OwnText VSMcastFilters_get_ipv6_entry(VSMcastFilters *filters, int index);
 kestrel_OwnText VSMcastFilters_get_mac_entry(VSMcastFilters *filters, int index);
@@ -37,9 +40,9 @@ void DVMirrorEntity_set_entity(DVMirrorEntity *entity, const char *text);
 
 /* ---- Names ---- */
 
-/** The name's text. */
+/** The name's text; no text for null. */
 kestrel_Text zel_Name___repr__(zel_Name *name);
-/** The LAG's name. */
+/** The LAG's name; no text for null. */
 kestrel_Text VSLAGStatus_get_name(VSLAGStatus *status);
 /** The name of uplink number `index`; no text, and no message, for an index outside the list. */
 kestrel_Text VSLAGStatus_get_uplink_name(VSLAGStatus *status, int index);

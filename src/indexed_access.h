@@ -54,9 +54,10 @@ void RTMIOCtlQuery___setitem__(RTMIOCtlQuery *query, int index, const RTM_Portse
 RTM_ModInfo *RTMModIOCtlQuery___getitem__(RTMModIOCtlQuery *query, int index);
 void RTMModIOCtlQuery___setitem__(RTMModIOCtlQuery *query, int index, const RTM_ModInfo *module);
 
-/* ---- Runs of records, as the platform returns them: record number `index` counted from the one given, copied into a
-   block of its own that the caller owns. Null for a negative index and when there is no memory; no upper bound. ---- */
+/* ---- Runs of records, as the platform returns them; no upper bound. ---- */
 
+/** Record number `index` of the run that starts with this one, as a copy for the caller to own; null for a negative
+    index and when there is no memory. */
 VSPvlanMapEntry *VSPvlanMapEntry___getitem__(VSPvlanMapEntry *entry, int index);
 VSMACEntry *VSMACEntry___getitem__(VSMACEntry *entry, int index);
 VSStaticLEEntry *VSStaticLEEntry___getitem__(VSStaticLEEntry *entry, int index);

@@ -67,7 +67,8 @@ ZEL_ReturnStatus VSZEL_GetPortMACLearningStats(const char *switchName, const cha
 /** MAC-learning defaults of the host. */
 ZEL_ReturnStatus VSZEL_GetGlobalMACLearningProps(VSMACLearningGlobalProps *props);
 
-/** Sets them. ZEL_BAD_PARAM for an ageing time above VS_MAC_LEARNING_AGING_TIME_MAX. */
+/** Sets the MAC-learning defaults of the host. ZEL_BAD_PARAM for an ageing time above VS_MAC_LEARNING_AGING_TIME_MAX.
+ */
 ZEL_ReturnStatus VSZEL_SetGlobalMACLearningProps(VSMACLearningGlobalProps *props);
 
 /** The MAC table of a switch, entries of one kind or VS_MAC_ADDR_TYPE_ALL, ordered by VLAN and address. */

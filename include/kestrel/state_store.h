@@ -232,6 +232,8 @@ ZEL_ReturnStatus DVSZEL_UplinkDataSet(const char *switchId, const char *key, zel
 
 /* ---- Walks. A null callback is accepted and walks nothing. ---- */
 
+/** Calls for every switch, for every port of a switch, for the properties of this host's part of a switch and of the
+    switch, for the properties of a port. */
 void DVSState_SwitchForEach(DVSwitchCallback callback, void *context);
 void DVSState_PortForEach(DVSwitchHandle handle, DVSPortCallback callback, void *context);
 void DVSState_HostPropForEach(DVSwitchHandle handle, DVSPortDataCallback callback, void *context);

@@ -34,7 +34,7 @@ ZEL_ReturnStatus VSDVS_GetMTU(const char *switchName, zel_uint32 *mtu);
 /** Sets the instruction set of the receive filters. */
 ZEL_ReturnStatus VSDVS_SetRCFType(const char *switchName, trv_RCFInsnType type);
 
-/** Reads it. */
+/** Reads what VSDVS_SetRCFType set, or the default. */
 ZEL_ReturnStatus VSDVS_GetRCFType(const char *switchName, trv_RCFInsnType *valueOut);
 
 /** The alias of the switch behind a portset. */
@@ -107,7 +107,7 @@ ZEL_ReturnStatus VSDVS_GetPrivateVLANMap(const char *switchName, VSPvlanMapEntry
 /** Whether a port's client may tag frames inside the port's VLAN. */
 ZEL_ReturnStatus VSDVS_SetPortNestedVLANTagging(const char *switchName, const char *portName, zel_Bool allowed);
 
-/** Reads it. */
+/** Reads what VSDVS_SetPortNestedVLANTagging set, or the default. */
 ZEL_ReturnStatus VSDVS_GetPortNestedVLANTagging(const char *switchName, const char *portName, zel_Bool *flagOut);
 
 /* ---- Security ---- */
@@ -115,13 +115,13 @@ ZEL_ReturnStatus VSDVS_GetPortNestedVLANTagging(const char *switchName, const ch
 /** Sets a port's security policy. */
 ZEL_ReturnStatus VSDVS_SetPortSecurity(const char *switchName, const char *portName, const VSPropSecurity *policy);
 
-/** Reads it. */
+/** Reads what VSDVS_SetPortSecurity set, or the default. */
 ZEL_ReturnStatus VSDVS_GetPortSecurity(const char *switchName, const char *portName, VSPropSecurity *policy);
 
 /** Turns a port's sink mode on or off: a sink port receives what no other port wants. */
 ZEL_ReturnStatus VSDVS_ConfigureSinkPort(const char *switchName, const char *portName, zel_Bool enabled);
 
-/** Reads it. */
+/** Reads what VSDVS_ConfigureSinkPort set, or the default. */
 ZEL_ReturnStatus VSDVS_IsSinkPortEnabled(const char *switchName, const char *portName, zel_Bool *flagOut);
 
 /* ---- MAC learning ---- */
@@ -129,7 +129,7 @@ ZEL_ReturnStatus VSDVS_IsSinkPortEnabled(const char *switchName, const char *por
 /** Sets a switch's ageing time and table limit. */
 ZEL_ReturnStatus VSDVS_SetMACLearning(const char *switchName, const VSPropMACLearning *policy);
 
-/** Reads them. */
+/** Reads what VSDVS_SetMACLearning set, or the default. */
 ZEL_ReturnStatus VSDVS_GetMACLearning(const char *switchName, VSPropMACLearning *policy);
 
 /** Brings the host's defaults back. */
@@ -138,13 +138,13 @@ ZEL_ReturnStatus VSDVS_ClearMACLearning(const char *switchName);
 /** Sets a port's MAC learning. */
 ZEL_ReturnStatus VSDVS_SetPortMACLearning(const char *switchName, const char *portName, const VSPMACLearning *policy);
 
-/** Reads it. */
+/** Reads what VSDVS_SetPortMACLearning set, or the default. */
 ZEL_ReturnStatus VSDVS_GetPortMACLearning(const char *switchName, const char *portName, VSPMACLearning *policy);
 
 /** Whether a port may learn an address that is static on another. */
 ZEL_ReturnStatus VSDVS_SetStaticMACAllow(const char *switchName, zel_Bool allowed);
 
-/** Reads it. */
+/** Reads what VSDVS_SetStaticMACAllow set, or the default. */
 ZEL_ReturnStatus VSDVS_GetStaticMACAllow(const char *switchName, zel_Bool *flagOut);
 
 /** Brings the host's default back. */
@@ -153,7 +153,7 @@ ZEL_ReturnStatus VSDVS_ClearStaticMACAllow(const char *switchName);
 /** Whether addresses of virtual machines, known without learning, are learned on uplinks too. */
 ZEL_ReturnStatus VSDVS_SetLearnStatic(const char *switchName, zel_Bool learn);
 
-/** Reads it. */
+/** Reads what VSDVS_SetLearnStatic set, or the default. */
 ZEL_ReturnStatus VSDVS_GetLearnStatic(const char *switchName, zel_Bool *flagOut);
 
 /** Brings the host's default back. */
@@ -164,28 +164,28 @@ ZEL_ReturnStatus VSDVS_ClearLearnStatic(const char *switchName);
 /** Sets the multicast filter mode: VS_MCAST_FILTER_MODE_LEGACY or _SNOOPING. */
 ZEL_ReturnStatus VSDVS_SetMcastFilterMode(const char *switchName, VSMcastFilterMode mode);
 
-/** Reads it. */
+/** Reads what VSDVS_SetMcastFilterMode set, or the default. */
 ZEL_ReturnStatus VSDVS_GetMcastFilterMode(const char *switchName, VSMcastFilterMode *valueOut);
 
 /** Sets the multicast addresses, at most VS_MULTICAST_USER_ENTRIES_MAX, that legacy filtering lets through to every
     port. */
 ZEL_ReturnStatus VSDVS_SetMcastUserLegacyEntries(const char *switchName, int count, VSMACEntries *entries);
 
-/** Reads them. */
+/** Reads what VSDVS_SetMcastUserLegacyEntries set, or the default. */
 ZEL_ReturnStatus VSDVS_GetMcastUserLegacyEntries(const char *switchName, VSUserMcastLegacyKeys **tableOut);
 
-/** Clears them. */
+/** Clears what VSDVS_SetMcastUserLegacyEntries set. */
 ZEL_ReturnStatus VSDVS_ClearMcastUserLegacyEntries(const char *switchName);
 
 /** The same for one port. */
 ZEL_ReturnStatus VSDVS_SetPortMcastUserLegacyEntries(const char *switchName, const char *portName, int count,
                                                      VSMACEntries *entries);
 
-/** Reads them. */
+/** Reads what VSDVS_SetPortMcastUserLegacyEntries set, or the default. */
 ZEL_ReturnStatus VSDVS_GetPortMcastUserLegacyEntries(const char *switchName, const char *portName,
                                                      VSUserMcastLegacyKeys **tableOut);
 
-/** Clears them. */
+/** Clears what VSDVS_SetPortMcastUserLegacyEntries set. */
 ZEL_ReturnStatus VSDVS_ClearPortMcastUserLegacyEntries(const char *switchName, const char *portName);
 
 /* ---- Ethernet filters ---- */
@@ -193,10 +193,10 @@ ZEL_ReturnStatus VSDVS_ClearPortMcastUserLegacyEntries(const char *switchName, c
 /** Sets the addresses that a port accepts besides its own. */
 ZEL_ReturnStatus VSDVS_SetExtraEthFilter(const char *switchName, const char *portName, const VSExtraEthFilter *filter);
 
-/** Reads them. */
+/** Reads what VSDVS_SetExtraEthFilter set, or the default. */
 ZEL_ReturnStatus VSDVS_GetExtraEthFilter(const char *switchName, const char *portName, VSExtraEthFilter *filter);
 
-/** Clears them. */
+/** Clears what VSDVS_SetExtraEthFilter set. */
 ZEL_ReturnStatus VSDVS_ClearExtraEthFilter(const char *switchName, const char *portName);
 
 /* ---- Teaming ---- */
@@ -204,10 +204,10 @@ ZEL_ReturnStatus VSDVS_ClearExtraEthFilter(const char *switchName, const char *p
 /** Sets the teaming policy of a switch. */
 ZEL_ReturnStatus VSDVS_SetTeamingPolicy(const char *switchName, const VSTeamPolicy *policy);
 
-/** Reads it. */
+/** Reads what VSDVS_SetTeamingPolicy set, or the default. */
 ZEL_ReturnStatus VSDVS_GetTeamingPolicy(const char *switchName, VSTeamPolicy *policy);
 
-/** Clears it. */
+/** Clears what VSDVS_SetTeamingPolicy set. */
 ZEL_ReturnStatus VSDVS_ClearTeamingPolicy(const char *switchName);
 
 /** Reads it by the id of the distributed switch. */
@@ -216,10 +216,10 @@ ZEL_ReturnStatus VSDVS_GetTeamingPolicyFromDVSID(const char *switchId, VSTeamPol
 /** Sets the teaming policy of a port. */
 ZEL_ReturnStatus VSDVS_SetPortTeamingPolicy(const char *switchName, const char *portName, const VSTeamPolicy *policy);
 
-/** Reads it. */
+/** Reads what VSDVS_SetPortTeamingPolicy set, or the default. */
 ZEL_ReturnStatus VSDVS_GetPortTeamingPolicy(const char *switchName, const char *portName, VSTeamPolicy *policy);
 
-/** Clears it. */
+/** Clears what VSDVS_SetPortTeamingPolicy set. */
 ZEL_ReturnStatus VSDVS_ClearPortTeamingPolicy(const char *switchName, const char *portName);
 
 /** Ties a port to one uplink port, whatever its team says. */
@@ -228,22 +228,22 @@ ZEL_ReturnStatus VSDVS_SetPortTeamingOverride(const char *switchName, const char
 /** The uplink port that a port is tied to. */
 ZEL_ReturnStatus VSDVS_GetPortTeamingOverride(const char *switchName, const char *portName, char textOut[81]);
 
-/** Unties it. */
+/** Unties a port from its uplink port. */
 ZEL_ReturnStatus VSDVS_ClearPortTeamingOverride(const char *switchName, const char *portName);
 
 /** Whether a port's frames leave through an uplink even where the switch could deliver them itself. */
 ZEL_ReturnStatus VSDVS_SetTxUplinkAlways(const char *switchName, const char *portName, zel_Bool always);
 
-/** Reads it. */
+/** Reads what VSDVS_SetTxUplinkAlways set, or the default. */
 ZEL_ReturnStatus VSDVS_GetTxUplinkAlways(const char *switchName, const char *portName, zel_Bool *flagOut);
 
 /** Sets the named teaming policies of a switch. */
 ZEL_ReturnStatus VSDVS_SetLSTeamingPolicy(const char *switchName, const LSTeamTable *table);
 
-/** Reads them. */
+/** Reads what VSDVS_SetLSTeamingPolicy set, or the default. */
 ZEL_ReturnStatus VSDVS_GetLSTeamingPolicyTable(const char *switchName, LSTeamTable **tableOut);
 
-/** Clears them. */
+/** Clears what VSDVS_SetLSTeamingPolicy set. */
 ZEL_ReturnStatus VSDVS_ClearLSTeamingPolicy(const char *switchName);
 
 /** Makes a port follow a named teaming policy. */
@@ -252,7 +252,7 @@ ZEL_ReturnStatus VSDVS_SetPortLSTeamingPolicy(const char *switchName, const char
 /** The name of the policy that a port follows. */
 ZEL_ReturnStatus VSDVS_GetPortLSTeamingPolicyName(const char *switchName, const char *portName, char textOut[136]);
 
-/** Ends that. */
+/** Ends what VSDVS_SetPortLSTeamingPolicy began. */
 ZEL_ReturnStatus VSDVS_ClearPortLSTeamingPolicy(const char *switchName, const char *portName);
 
 /* ---- Mirroring ---- */
@@ -268,10 +268,10 @@ ZEL_ReturnStatus VSDVS_AppendDVMirrorSessions(const char *switchName, const char
 ZEL_ReturnStatus VSDVS_GetDVMirrorSessions(const char *switchName, const char *portName,
                                            DVMirrorSessionTable **tableOut);
 
-/** Removes one session. */
+/** Removes one mirror session of a port. */
 ZEL_ReturnStatus VSDVS_RemoveDVMirrorSession(const char *switchName, const char *portName, const char sessionId[32]);
 
-/** Removes all. */
+/** Removes all mirror sessions of a port. */
 ZEL_ReturnStatus VSDVS_ClearDVMirrorSessions(const char *switchName, const char *portName);
 
 /* ---- Properties: `length` bytes under a key, at the level of the switch, of this host's part of it, or of a port.

@@ -449,11 +449,18 @@ def test_a_name_ends_at_its_first_zero_or_its_width(stored: bytes, text: str) ->
 
 def test_no_name_has_no_text() -> None:
     assert _libkestrel.zel_Name___repr__(None) is None
+    assert _libkestrel.VSLAGStatus_get_name(None) is None
 
 
 @pytest.mark.parametrize(
     ("stored", "text"),
-    [(b"", ""), (b"lag-a\0hidden", "lag-a"), (b"n" * 67, "n" * 67), (b"n" * 68, "n" * 68), (b"\xff\xc3\xbc", "\udcffü")],
+    [
+        (b"", ""),
+        (b"lag-a\0hidden", "lag-a"),
+        (b"n" * 67, "n" * 67),
+        (b"n" * 68, "n" * 68),
+        (b"\xff\xc3\xbc", "\udcffü"),
+    ],
 )
 def test_a_lag_has_a_name_of_up_to_68_bytes(stored: bytes, text: str) -> None:
     block = Block(image("VSLAGStatus", name=padded(stored, 68)))

@@ -80,7 +80,7 @@ def test_the_constants_are_the_names_places() -> None:
     codes = {c.name: c.value for c in model.read().constants if c.name.startswith("VS_RT_OPT_")}
     assert list(codes.values()) == list(range(len(NAMES)))
     assert len(NAMES) == _libkestrel.VS_NUM_RT_OPT
-    assert _libkestrel.NUM_RUNTIME_INT_OPTIONS == len(INTEGERS)
+    assert len(INTEGERS) == _libkestrel.NUM_RUNTIME_INT_OPTIONS
     assert _libkestrel.VS_CHARDEV_MAX_RUNTIME_STRING_OPTION_LENGTH == 128
 
 

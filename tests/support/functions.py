@@ -11,9 +11,6 @@ from headers.model import Function, Parameter
 
 HEADERS = model.read()
 
-HIDDEN = {"tableOut", "secondTableOut", "mapOut", "valueOut", "flagOut", "textOut"}
-"""Parameters that wrappers supply themselves and hand back."""
-
 OVERLOADED = "DVSAliasToPortsetName"
 """The one function with two forms; it has tests of its own."""
 
@@ -25,12 +22,12 @@ FUNCTIONS = [f for f in HEADERS.functions if f.name != OVERLOADED]
 
 def visible(function: Function) -> list[tuple[int, Parameter]]:
     """The parameters that scripts pass, with their C positions from 1."""
-    return [(i, p) for i, p in enumerate(function.parameters, start=1) if p.name not in HIDDEN]
+    return [(i, p) for i, p in enumerate(function.parameters, start=1) if not p.handed_back]
 
 
 def hidden(function: Function) -> list[tuple[int, Parameter]]:
     """The parameters that come back as outputs."""
-    return [(i, p) for i, p in enumerate(function.parameters, start=1) if p.name in HIDDEN]
+    return [(i, p) for i, p in enumerate(function.parameters, start=1) if p.handed_back]
 
 
 def conversion(parameter: Parameter) -> str:

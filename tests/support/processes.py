@@ -23,3 +23,8 @@ def allocator() -> Path:
     recorder = library_path("libmorrow.so")
     assert recorder is not None
     return recorder.with_name("liballocator.so")
+
+
+def sanitized() -> bool:
+    """Whether an address sanitizer watches this process; its allocator and the meddling one cannot both stand first."""
+    return library_path("libasan.so.8") is not None

@@ -28,8 +28,9 @@ class Outcome:
 
 
 def scarce(code: str) -> Outcome:
-    """Runs a script that calls `failing(size, function, *arguments)`, where the next allocation of just `size` bytes
-    fails, and calls `report` once with something JSON can hold."""
+    """Runs a script in which `failing(size, function, *arguments)` calls a function while the next allocation of just
+    `size` bytes fails, and `report`, called once, takes what JSON can hold.
+    """
     path = allocator()
     done = run(_PREAMBLE.format(allocator=str(path)) + code, preload=path)
     assert done.returncode == 0, done.stderr

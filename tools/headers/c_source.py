@@ -13,14 +13,18 @@ def _declare(parameter: Parameter) -> str:
     return f"{parameter.type}{gap}{parameter.name}"
 
 
-def define(function: Function, body: list[str], attribute: str = "") -> str:
-    """The definition of a function with these statements."""
+def prototype(function: Function) -> str:
+    """A function's declaration on one line, without a semicolon."""
     parameters = [_declare(p) for p in function.parameters]
     if function.variadic:
         parameters.append("...")
     gap = "" if function.returns.endswith("*") else " "
-    head = f"{attribute}{function.returns}{gap}{function.name}({', '.join(parameters) or 'void'}) {{"
-    return "\n".join([head, *(f"  {statement}" for statement in body), "}"])
+    return f"{function.returns}{gap}{function.name}({', '.join(parameters) or 'void'})"
+
+
+def define(function: Function, body: list[str], attribute: str = "") -> str:
+    """The definition of a function with these statements."""
+    return "\n".join([f"{attribute}{prototype(function)} {{", *(f"  {statement}" for statement in body), "}"])
 
 
 def source(functions: list[Function], includes: list[str], definitions: list[str]) -> str:

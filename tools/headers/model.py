@@ -15,6 +15,7 @@ from pathlib import Path
 from pycparser import c_ast, c_parser
 
 INCLUDE = Path(__file__).resolve().parents[2] / "include"
+SUPPORT = INCLUDE.parent / "src"
 
 _MEMBER_PLACE = re.compile(r"//\s*@(?P<offset>\d+)(?::(?P<low>\d+)(?:\.\.(?P<high>\d+))?)?\s*(?P<note>.*)$")
 _RECORD = re.compile(r"^KESTREL_RECORD\((?P<name>\w+), (?P<size>\d+)\)$")
@@ -32,6 +33,7 @@ _PRIMITIVES: dict[str, tuple[int, str]] = {
     "int": (4, "s32"),
 }
 _POINTER_WIDTH = 8
+_HANDED_BACK = ("tableOut", "secondTableOut", "mapOut", "valueOut", "flagOut", "textOut")
 _FUNCTION_POINTER = "function pointer"
 
 
@@ -86,10 +88,15 @@ class Parameter:
     name: str
     type: str
 
+    @property
+    def handed_back(self) -> bool:
+        """Whether the wrapper supplies it and hands its value back; the interface has a rule for each such name."""
+        return self.name in _HANDED_BACK
+
 
 @dataclass(frozen=True)
 class Function:
-    """A platform function as its header declares it, and the library that holds it."""
+    """A function as its header declares it, and the library that holds it; none for the module's own."""
 
     name: str
     library: str
@@ -97,6 +104,7 @@ class Function:
     returns: str
     parameters: tuple[Parameter, ...]
     variadic: bool
+    doc: str
 
 
 @dataclass(frozen=True)
@@ -139,10 +147,9 @@ class Headers:
         return next(r for r in self.records if r.name == name)
 
 
-def _preprocess(compiler: str, include: Path) -> str:
+def _preprocess(compiler: str, include: Path, headers: list[Path]) -> str:
     """The headers, preprocessed, with line markers; records in the order of the headers that hold them."""
-    names = sorted(p.name for p in (include / "kestrel").glob("*.h"))
-    source = "".join(f'#include "kestrel/{name}"\n' for name in names)
+    source = "".join(f'#include "{header}"\n' for header in headers)
     plain = ["-D__attribute__(x)=", "-D__extension__=", "-D__asm__(x)="]
     command = [compiler, "-E", "-std=c11", "-x", "c", f"-I{include}", *plain, "-"]
     return subprocess.run(command, input=source, check=True, capture_output=True, text=True).stdout
@@ -161,10 +168,15 @@ def _documentation(lines: list[str], line: int) -> str:
 
 
 class _Reader:
-    def __init__(self, compiler: str, include: Path) -> None:
+    def __init__(self, compiler: str, include: Path, support: Path | None) -> None:
         self.include = include
-        self.ast = c_parser.CParser().parse(_preprocess(compiler, include))
-        self.lines = {path.name: path.read_text().splitlines() for path in sorted((include / "kestrel").glob("*.h"))}
+        self.support = support
+        headers = sorted((include / "kestrel").glob("*.h"))
+        if support:
+            # The channel's header is about the interpreter and declares no function.
+            headers += sorted(h for h in support.glob("*.h") if "Python.h" not in h.read_text())
+        self.ast = c_parser.CParser().parse(_preprocess(compiler, include, headers))
+        self.lines = {path.name: path.read_text().splitlines() for path in headers}
         self.announced = self._announced_records()
         self.constants_table = (include / "kestrel" / "constants.def").read_text()
         self.byte_enumerations = re.findall(r"^KESTREL_ENUM8_BEGIN\((\w+)\)$", self.constants_table, re.MULTILINE)
@@ -186,7 +198,7 @@ class _Reader:
                 self.types[node.name] = node.type
                 if node.name in self.announced:
                     records.append(self._record(node))
-            elif isinstance(node, c_ast.Decl) and isinstance(node.type, c_ast.FuncDecl):
+            elif isinstance(node, c_ast.Decl) and isinstance(node.type, c_ast.FuncDecl) and self._is_ours(node):
                 functions.append(self._function(node))
         missing = set(self.announced) - {r.name for r in records}
         if missing:
@@ -198,7 +210,8 @@ class _Reader:
         return Headers(tuple(records), tuple(functions), constants, variables, typedefs, kinds)
 
     def _is_ours(self, node: c_ast.Node) -> bool:
-        return Path(node.coord.file).is_relative_to(self.include)
+        file = Path(node.coord.file)
+        return file.is_relative_to(self.include) or (self.support is not None and file.is_relative_to(self.support))
 
     # ---- Types -------------------------------------------------------------------------------------------------
 
@@ -308,7 +321,7 @@ class _Reader:
     def _function(self, decl: c_ast.Decl) -> Function:
         header = Path(decl.coord.file).name
         library = _LIBRARY.match("\n".join(self.lines[header]))
-        if not library:
+        if not library and Path(decl.coord.file).is_relative_to(self.include):
             raise ValueError(f"{header} declares functions and does not open with its library")
         arguments = decl.type.args.params if decl.type.args else []
         parameters = tuple(
@@ -317,7 +330,21 @@ class _Reader:
             if isinstance(p, c_ast.Decl)
         )
         variadic = any(isinstance(p, c_ast.EllipsisParam) for p in arguments)
-        return Function(decl.name, library[1], header, self._spell(decl.type.type), parameters, variadic)
+        return Function(
+            name=decl.name,
+            library=library[1] if library else "",
+            header=header,
+            returns=self._spell(decl.type.type),
+            parameters=parameters,
+            variadic=variadic,
+            doc=self._shared_documentation(self.lines[header], decl.coord.line),
+        )
+
+    def _shared_documentation(self, lines: list[str], line: int) -> str:
+        """The comment before a declaration or before the first of the declarations that stand together with it."""
+        while line > 1 and lines[line - 2].strip() and not lines[line - 2].rstrip().endswith("*/"):
+            line -= 1
+        return _documentation(lines, line)
 
     def _constants(self) -> tuple[tuple[Constant, ...], tuple[str, ...]]:
         constants: list[Constant] = []
@@ -363,6 +390,9 @@ def _parameter_bounds(node: c_ast.Node) -> str:
 
 
 @cache
-def read(compiler: str = "cc", include: Path = INCLUDE) -> Headers:
-    """Reads the headers below `include` with `compiler` as preprocessor."""
-    return _Reader(compiler, include).read()
+def read(compiler: str = "cc", include: Path = INCLUDE, support: Path | None = None) -> Headers:
+    """Reads the headers below `include` with `compiler` as preprocessor.
+
+    With `support`, the headers of that folder too: their functions have no library.
+    """
+    return _Reader(compiler, include, support).read()

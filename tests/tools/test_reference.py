@@ -1,0 +1,60 @@
+"""The reference pages: up to date, and with an entry for every function and constant of the module."""
+
+from __future__ import annotations
+
+import re
+from pathlib import Path
+from types import BuiltinFunctionType
+
+import _libkestrel
+import pytest
+
+from headers import model, reference
+
+FOLDER = Path(__file__).resolve().parents[2] / "docs" / "reference"
+PAGES = reference.pages()
+HEADERS = model.read(support=model.SUPPORT)
+
+
+@pytest.mark.parametrize("name", PAGES)
+def test_a_page_is_what_the_headers_say(name: str) -> None:
+    assert (FOLDER / name).read_text() == PAGES[name], "run `make reference`"
+
+
+def test_there_are_no_other_pages() -> None:
+    assert {path.name for path in FOLDER.iterdir()} == set(PAGES)
+
+
+def entries() -> set[str]:
+    """The functions that the pages tell of."""
+    found = set(re.findall(r"^### `(\w+)`$", PAGES["functions.md"] + PAGES["methods.md"], re.MULTILINE))
+    for section in PAGES["records.md"].split("\n## ")[1:]:
+        name = section.split("\n", 1)[0]
+        found |= set(re.findall(r"`((?:new|delete)_\w+|\w+_swigregister)\(", section))
+        for member, access in re.findall(r"^\| `(\w+)` .*\| (read|read, write) \| [^|]*\|$", section, re.MULTILINE):
+            found.add(f"{name}_{member}_get")
+            if access == "read, write":
+                found.add(f"{name}_{member}_set")
+    return found
+
+
+def test_every_function_has_an_entry() -> None:
+    functions = {n for n, v in vars(_libkestrel).items() if isinstance(v, BuiltinFunctionType)}
+    assert len(functions) == 1774
+    assert entries() == functions
+
+
+def test_every_constant_has_a_row() -> None:
+    rows = re.findall(r"^\| `(\w+)` \|", PAGES["constants.md"], re.MULTILINE)
+    assert rows == [c.name for c in HEADERS.constants]
+
+
+def test_every_function_is_documented() -> None:
+    assert [f.name for f in HEADERS.functions if len(f.doc) < 10] == []
+
+
+def test_allocated_records_name_their_release() -> None:
+    for function in HEADERS.functions:
+        if any(p.handed_back and p.type.endswith("**") for p in function.parameters):
+            section = PAGES["functions.md"].split(f"### `{function.name}`\n")[1].split("\n### ")[0]
+            assert "FreeMemory`" in section
