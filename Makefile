@@ -44,6 +44,14 @@ test-host: $(VENV)/installed
 test-package: $(VENV)/installed
 	$(PYTHON) -m pytest tests/package
 
+## test-asan: the boundary under AddressSanitizer, UndefinedBehaviorSanitizer and LeakSanitizer
+test-asan: $(VENV)/test
+	cmake --preset sanitize >build/configure-sanitize.log || { cat build/configure-sanitize.log; exit 1; }
+	cmake --build --preset sanitize
+	cmake --install build/sanitize >/dev/null
+	ctest --test-dir build/sanitize --output-on-failure
+	tools/sanitized build/sanitize tests/module
+
 ## build: configure and build the dev preset, with tests and the recorder
 build: $(VENV)/test
 	cmake --preset dev >build/configure.log || { cat build/configure.log; exit 1; }
@@ -91,4 +99,4 @@ $(VENV)/installed: $(VENV)/demo $(SOURCES)
 	$(PYTHON) -m pip install --quiet --no-deps .
 	touch $@
 
-.PHONY: help demo test test-native test-module test-host test-package build cross bench reference lint format clean
+.PHONY: help demo test test-native test-module test-asan test-host test-package build cross bench reference lint format clean

@@ -257,7 +257,8 @@ def test_methods_arm_the_channel_when_all_has_converted(method: str) -> None:
 
 @pytest.mark.parametrize("method", METHODS)
 def test_methods_do_without_the_platform(method: str, recorder: Recorder) -> None:
-    call(method, Arguments(method).values)
+    given = Arguments(method)
+    call(method, given.values)
     assert recorder.calls() == []
 
 

@@ -488,7 +488,10 @@ def test_any_object_with_a_pointer_as_this_is_accepted(recorder: Recorder) -> No
 
 
 def test_a_text_may_be_a_character_pointer(recorder: Recorder) -> None:
-    switches = _libkestrel.new_VSList()
-    pointer = _libkestrel.VSList_switches_get(switches)
-    _libkestrel.VSZEL_GetLAGTable(pointer)
-    assert isinstance(arrived(recorder, 1), bytes)
+    block = ctypes.create_string_buffer(b"\1\0\0\0\1\0\0\0a name")
+    recorder.output("VSZEL_GetSwitches", 1, ctypes.addressof(block).to_bytes(8, "little"))
+    switches = _libkestrel.VSZEL_GetSwitchesPy(1)
+    switches.this.disown()
+    recorder.reset()
+    _libkestrel.VSZEL_GetLAGTable(_libkestrel.VSList_switches_get(switches))
+    assert arrived(recorder, 1) == b"a name"

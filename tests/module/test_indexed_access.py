@@ -474,7 +474,8 @@ def test_a_copy_for_which_there_is_no_memory_is_none(record: str) -> None:
 
 def test_elements_of_a_run_are_copied_into_records_of_their_own(recorder: Recorder) -> None:
     run = b"".join(bytes([i]) * 26 for i in range(5))
-    recorder.output("VSZEL_GetMACTable", 2, memory.allocated(bytes(8) + run).to_bytes(8, "little"))
+    block = Block(bytes(8) + run)
+    recorder.output("VSZEL_GetMACTable", 2, block.address.to_bytes(8, "little"))
     table = _libkestrel.VSZEL_GetMACTable("s", 0)[1]
     first = _libkestrel.VSMACTable_macEntries_get(table)
     copies = [_libkestrel.VSMACEntry___getitem__(first, i) for i in range(5)]

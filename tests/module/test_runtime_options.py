@@ -367,8 +367,9 @@ def test_a_list_is_built_handed_over_and_read_again(recorder: Recorder) -> None:
 
 
 def test_a_list_from_the_platform_is_walked(recorder: Recorder) -> None:
-    content = u32(4 + 8 + 13 + 8) + integer_entry(3, 2) + text_entry(16, b"fe80::1\xff") + integer_entry(14, 2**32 - 1)
-    recorder.output("VSZEL_GetRuntimeOptions", 2, memory.allocated(content).to_bytes(8, "little"))
+    entries = integer_entry(3, 2) + text_entry(16, b"fe80::1\xff") + integer_entry(14, 2**32 - 1)
+    block = Block(u32(4 + len(entries)) + entries)
+    recorder.output("VSZEL_GetRuntimeOptions", 2, block.address.to_bytes(8, "little"))
     _, handed_out = _libkestrel.VSZEL_GetRuntimeOptions(None, 0)
     assert walk(handed_out) == [
         ("IGMPVersion", 2),

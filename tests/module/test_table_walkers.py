@@ -31,7 +31,8 @@ def lag(name: bytes, *uplinks: bytes) -> bytes:
 
 def test_lags_follow_one_another_behind_their_uplinks(recorder: Recorder) -> None:
     content = (3).to_bytes(4, "little") + lag(b"lag-a", b"vmnic0", b"vmnic1") + lag(b"lag-b") + lag(b"lag-c", b"vmnic2")
-    recorder.output("VSZEL_GetLAGTable", 1, memory.allocated(content).to_bytes(8, "little"))
+    block = Block(content)
+    recorder.output("VSZEL_GetLAGTable", 1, block.address.to_bytes(8, "little"))
     table = _libkestrel.VSZEL_GetLAGTable("s")[1]
     start = memory.address(table)
     first = _libkestrel.VSLAGTable_vs_lag_table_first_lag(table)

@@ -27,4 +27,4 @@ def allocator() -> Path:
 
 def sanitized() -> bool:
     """Whether an address sanitizer watches this process; its allocator and the meddling one cannot both stand first."""
-    return library_path("libasan.so.8") is not None
+    return "/libasan.so" in Path("/proc/self/maps").read_text()
