@@ -88,23 +88,36 @@ def test_other_libraries_take_the_platforms_place(tmp_path: Path) -> None:
     assert {Path(path).parent for path in report[1:]} == {tmp_path}
 
 
-def test_it_works_from_a_target_folder(tmp_path: Path) -> None:
-    command = [
-        sys.executable,
-        "-m",
-        "pip",
-        "install",
-        "--quiet",
-        "--no-deps",
-        "--target",
-        str(tmp_path),
-        str(ROOT),
-    ]
-    done = subprocess.run(command, capture_output=True, text=True, check=False)
+def install_into(folder: Path, *options: str) -> None:
+    command = [sys.executable, "-m", "pip", "install", "--quiet", "--no-deps", "--target", str(folder), *options]
+    done = subprocess.run([*command, str(ROOT)], capture_output=True, text=True, check=False)
     assert done.returncode == 0, done.stderr
+
+
+def test_it_works_from_a_target_folder(tmp_path: Path) -> None:
+    install_into(tmp_path)
     report = run(REPORT, PYTHONPATH=str(tmp_path)).split()
     assert report[0] == "True"
     assert {Path(path).parent for path in report[1:]} == {tmp_path / "libkestrel" / "lib"}
+
+
+def test_a_build_for_a_hosts_own_libraries_brings_none(tmp_path: Path) -> None:
+    libraries = Path(libkestrel.__file__).parent / "lib"
+    install_into(
+        tmp_path,
+        "-C",
+        "cmake.define.KESTREL_PLATFORM=system",
+        "-C",
+        f"cmake.define.KESTREL_PLATFORM_DIR={libraries}",
+    )
+    assert not (tmp_path / "libkestrel" / "lib").exists()
+    (module,) = tmp_path.glob("_libkestrel.*.so")
+    entries = dynamic(module)
+    assert set(SONAMES) <= set(entries["NEEDED"])
+    assert entries["RUNPATH"] == []
+    report = run(REPORT, PYTHONPATH=str(tmp_path), LD_LIBRARY_PATH=str(libraries)).split()
+    assert report[0] == "False"
+    assert {Path(path).parent for path in report[1:]} == {libraries}
 
 
 @pytest.mark.parametrize("name", ["_libkestrel", "libkestrel"])
