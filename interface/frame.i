@@ -104,13 +104,15 @@ SWIGINTERNINLINE int kestrel_convert(PyObject *object, void **pointer, swig_type
 #define SWIG_ConvertPtr(object, pointer, type, flags) kestrel_convert(object, pointer, type, flags)
 
 /* A new pointer object, within an instance of the class that is registered for its type. The runtime would declare
-   that class modified for each instance, and the interpreter forget what it has learnt about the class. */
+   that class modified for each instance, and the interpreter forget what it has learnt about the class. An error left
+   pending by an argument is put aside meanwhile: looking a class's attributes up may clear it. */
 SWIGINTERN PyObject *kestrel_new_pointer(void *pointer, swig_type_info *type, int flags) {
   SwigPyClientData *data = type ? (SwigPyClientData *)type->clientdata : NULL;
-  PyObject *object, *nothing, *proxy = NULL;
+  PyObject *error, *value, *traceback, *object, *nothing, *proxy = NULL;
   if (!pointer || !data || data->newraw || (flags & SWIG_POINTER_NOSHADOW)) {
     return SWIG_Python_NewPointerObj(NULL, pointer, type, flags);
   }
+  PyErr_Fetch(&error, &value, &traceback);
   object = SWIG_Python_NewPointerObj(NULL, pointer, type, flags | SWIG_POINTER_NOSHADOW);
   nothing = PyTuple_New(0);
   if (object && nothing) {
@@ -120,6 +122,7 @@ SWIGINTERN PyObject *kestrel_new_pointer(void *pointer, swig_type_info *type, in
   }
   Py_XDECREF(nothing);
   Py_XDECREF(object);
+  if (error) PyErr_Restore(error, value, traceback);
   return proxy;
 }
 #undef SWIG_NewPointerObj
