@@ -13,29 +13,9 @@ from hypothesis import strategies as st
 from headers import model
 from support import memory
 from support.blocks import FILL, Block, changed
+from support.options import NAMES
 from support.output import printed
 from support.recorder import Address, Call, Recorder
-
-NAMES = [
-    "IGMPQueryInterval",
-    "IGMPV3MaxSrcIPNum",
-    "IGMPQueries",
-    "IGMPVersion",
-    "MLDVersion",
-    "MLDV2MaxSrcIPNum",
-    "MaxRARPsPerInterval",
-    "RARPAdvertisementDuration",
-    "ReversePathFwdCheck",
-    "ReversePathFwdCheckPromisc",
-    "AllowFastPath",
-    "TeamPolicyUpDelay",
-    "AllowMirrorStats",
-    "TeamingNUMAAware",
-    "SendIGMPReportToUplink",
-    "IGMPRouterIP",
-    "MLDRouterIP",
-]
-"""The options by type code."""
 
 INTEGERS = range(15)
 TEXTS = range(15, 17)

@@ -8,26 +8,7 @@ import _libkestrel
 import pytest
 
 from support import memory
-
-OPTION_NAMES = [
-    "IGMPQueryInterval",
-    "IGMPV3MaxSrcIPNum",
-    "IGMPQueries",
-    "IGMPVersion",
-    "MLDVersion",
-    "MLDV2MaxSrcIPNum",
-    "MaxRARPsPerInterval",
-    "RARPAdvertisementDuration",
-    "ReversePathFwdCheck",
-    "ReversePathFwdCheckPromisc",
-    "AllowFastPath",
-    "TeamPolicyUpDelay",
-    "AllowMirrorStats",
-    "TeamingNUMAAware",
-    "SendIGMPReportToUplink",
-    "IGMPRouterIP",
-    "MLDRouterIP",
-]
+from support.options import NAMES
 
 
 def test_module_identifier_reads_as_zero() -> None:
@@ -47,7 +28,7 @@ def test_option_names_read_as_an_opaque_pointer() -> None:
     assert repr(pointer).startswith("<Swig Object of type 'char **' at 0x")
     assert pointer.own() is False
     array = (ctypes.c_char_p * 17).from_address(memory.address(pointer))
-    assert [(name or b"").decode() for name in array] == OPTION_NAMES
+    assert [(name or b"").decode() for name in array] == NAMES
 
 
 def test_option_names_cannot_be_assigned() -> None:
@@ -78,4 +59,4 @@ def test_indexes_name_the_options() -> None:
         _libkestrel.GET_RUNTIME_OPTIONS_SEND_IGMP_REPORT_TO_UPLINK: "SendIGMPReportToUplink",
         _libkestrel.VS_RT_OPT_MLD_ROUTER_IP: "MLDRouterIP",
     }
-    assert {index: OPTION_NAMES[index] for index in names} == names
+    assert {index: NAMES[index] for index in names} == names
