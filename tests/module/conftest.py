@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import ctypes
 from collections.abc import Iterator
 
 import _libkestrel
@@ -21,6 +22,13 @@ def pytest_configure() -> None:
             returncode=3,
         )
     classes.register(model.read())
+
+
+@pytest.fixture(autouse=True)
+def _printed_text_stays_with_its_test() -> Iterator[None]:
+    """What C code printed leaves its buffer before the next test looks at standard output."""
+    yield
+    ctypes.CDLL(None).fflush(None)
 
 
 @pytest.fixture
