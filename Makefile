@@ -72,7 +72,7 @@ reference: $(VENV)/test
 	PYTHONPATH=tools $(PYTHON) -m headers.reference docs/reference
 
 ## lint: formatting, static checks and types; warnings are errors
-lint: $(VENV)/lint build
+lint: $(VENV)/lint $(VENV)/demo build
 	clang-format --dry-run --Werror $(NATIVE_SOURCES)
 	tools/tidy build/dev
 	ruff format --check $(PYTHON_SOURCES)
