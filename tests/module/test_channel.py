@@ -3,8 +3,9 @@
 from __future__ import annotations
 
 import ctypes
+import gc
 import re
-from collections.abc import Callable
+from collections.abc import Callable, Iterator
 from typing import Any
 
 import _libkestrel
@@ -33,6 +34,14 @@ JUMPING: dict[str, Callable[[], Any]] = {f.name: caller(f) for f in FUNCTIONS if
     "VSZEL_GetSwitches": lambda: _libkestrel.VSZEL_GetSwitchesPy(_libkestrel.VS_LIST_PS),
 }
 """Platform functions with a call from Python that reaches them: all that arm, one of them through a helper."""
+
+
+@pytest.fixture(autouse=True)
+def _no_collection() -> Iterator[None]:
+    """A record that the garbage collector releases would arm the channel in between."""
+    gc.disable()
+    yield
+    gc.enable()
 
 
 class HostPanicError(Exception):
