@@ -17,7 +17,8 @@ def exported() -> set[str]:
     listing = subprocess.run(
         ["nm", "-D", "--defined-only", str(_libkestrel.__file__)], capture_output=True, text=True, check=True
     ).stdout
-    return {line.split()[-1] for line in listing.splitlines()}
+    names = {line.split()[-1] for line in listing.splitlines()}
+    return {name for name in names if not name.startswith("__odr_asan.")}  # the sanitizer's own
 
 
 def marked() -> set[str]:

@@ -13,6 +13,8 @@ from support.recorder import library_path
 def run(code: str, *, preload: Path | None = None) -> subprocess.CompletedProcess[str]:
     """Runs code with the environment of this process."""
     environment = dict(os.environ)
+    # What leaks there, some of it on purpose, is told by what the interpreter prints.
+    environment["ASAN_OPTIONS"] = f"{environment.get('ASAN_OPTIONS', '')}:detect_leaks=0"
     if preload:
         environment["LD_PRELOAD"] = " ".join(filter(None, (str(preload), environment.get("LD_PRELOAD"))))
     return subprocess.run([sys.executable, "-c", code], env=environment, capture_output=True, text=True, check=False)
