@@ -261,6 +261,13 @@ def test_another_module_shares_the_types() -> None:
         type_sharer.text_of(_libkestrel.new_VSInfo())
 
 
+class Holder:
+    """Carries something as `this`, as a proxy does."""
+
+    def __init__(self, this: Any) -> None:
+        self.this = this
+
+
 def test_the_capsule_is_counted_in_step_with_owners() -> None:
     import swig_runtime_data4
 
@@ -278,6 +285,7 @@ def test_the_capsule_is_counted_in_step_with_owners() -> None:
         links, target = _libkestrel.new_zel_ListLinks(), _libkestrel.new_zel_ListLinks()
         _libkestrel.zel_ListLinks_nextPtr_set(links, target)
         _libkestrel.delete_zel_ListLinks(_libkestrel.zel_ListLinks_nextPtr_get(links))
+        _libkestrel.delete_zel_Name(Holder(Holder(made())))
 
     exercise()
     before = sys.getrefcount(capsule)
