@@ -131,9 +131,10 @@ def test_a_tables_sessions_and_entities_are_its_own() -> None:
 
 
 def test_steps_release_nothing() -> None:
-    held = memory.allocated_bytes()
+    memory.allocated_bytes()  # which skips where nothing is counted, before there is anything to release
     table = _libkestrel.alloc_dvmirror_session_table(1, 1)
     block = Block(image("VSLAGTable", lag(b"lag")))
+    held = memory.allocated_bytes()
     for _ in range(100):
         _libkestrel.DVMirrorSessionTable_get_first_session(table)
         _libkestrel.DVMirrorEntity___next__(_libkestrel.DVMirrorSessionTable_get_first_session_entity(table, 0))
