@@ -21,9 +21,10 @@ RECORDER := $(CURDIR)/build/dev/tests/recorder
 help:
 	@sed -n 's/^## //p' $(MAKEFILE_LIST) | awk -F': ' '{printf "  make %-16s %s\n", $$1, $$2}'
 
-## demo: install the package and run the first script on the embedded host
+## demo: install the package and run its first scripts on the embedded host
 demo: $(VENV)/installed
 	$(PYTHON) examples/first_script.py
+	$(PYTHON) examples/configure_switch.py
 
 ## test: everything that has to hold before a change lands
 test: lint test-native test-module test-host test-package cross

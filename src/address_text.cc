@@ -51,6 +51,14 @@ constexpr kestrel_OwnText kNoText = {.present = false, .text = {}};
 /** Base 10, leading blanks and a sign allowed, up to the first other character; 0 where there are no digits. */
 long number_of(const char *text) { return std::strtol(text, nullptr, 10); }
 
+/** At most `most` bytes of a text into a field, zeros behind them. */
+template <std::size_t Width>
+void set_field(char (&field)[Width], const char *text, std::size_t most) {
+  const std::size_t length = strnlen(text, most);
+  std::memcpy(field, text, length);
+  std::memset(field + length, 0, Width - length);
+}
+
 void set_ip(DVMirrorIP &ip, const char *text) {
   if (inet_pton(AF_INET, text, &ip.ipv4) == 1) {
     ip.isIPv6 = 0;
@@ -136,11 +144,10 @@ void DVMirrorEntity_set_entity(DVMirrorEntity *entity, const char *text) {
   if (!text) return;
   switch (static_cast<int>(entity->type)) {
     case MIRROR_ENTTYPE_DVPORT:
-      std::strncpy(entity->dvPortId, text, sizeof entity->dvPortId);
+      set_field(entity->dvPortId, text, sizeof entity->dvPortId);
       break;
     case MIRROR_ENTTYPE_UPLINK:
-      std::strncpy(entity->uplink.string, text, sizeof entity->uplink.string);
-      entity->uplink.string[sizeof entity->uplink.string - 1] = '\0';
+      set_field(entity->uplink.string, text, sizeof entity->uplink.string - 1);
       break;
     case MIRROR_ENTTYPE_VLAN:
       entity->vlan = static_cast<zel_uint16>(number_of(text));

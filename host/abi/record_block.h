@@ -25,7 +25,8 @@ void SetText(Byte (&field)[width], std::string_view text) {
 class RecordBlock {
  public:
   /** Throws std::bad_alloc. */
-  explicit RecordBlock(std::size_t size) : size_(size), bytes_(static_cast<char *>(std::calloc(1, size))) {
+  explicit RecordBlock(std::size_t size)
+      : size_(size), bytes_(static_cast<char *>(std::calloc(1, size == 0 ? 1 : size))) {
     if (bytes_ == nullptr) throw std::bad_alloc();
   }
 
@@ -34,6 +35,9 @@ class RecordBlock {
     static_assert(std::is_trivially_copyable_v<Record> && alignof(Record) == 1);
     Take(sizeof record, &record);
   }
+
+  /** Bytes that are laid out as records already. */
+  void AppendBytes(std::string_view bytes) { Take(bytes.size(), bytes.data()); }
 
   /** A text in a field of its own; must be shorter than `width`. */
   void AppendText(std::string_view text, std::size_t width) {
@@ -64,5 +68,13 @@ class RecordBlock {
   std::size_t used_ = 0;
   std::unique_ptr<char, Free> bytes_;
 };
+
+/** Bytes as a block of their own. */
+template <typename Record>
+Record *BlockOf(std::string_view bytes) {
+  RecordBlock block(bytes.size());
+  block.AppendBytes(bytes);
+  return block.Release<Record>();
+}
 
 }  // namespace kestrel::host::abi

@@ -8,15 +8,20 @@ namespace kestrel::host {
 
 void Host::LoadConfig() {
   SwitchSet<Switch> loaded;
+  RuntimeOptions options;
   for (const SavedSwitch &saved : store_.Switches()) loaded.Add(Switch{saved.config});
 
   // From here on nothing can fail, so that what traffic has made of the switches can be moved. The ports that it speaks
   // of are all there: what a switch consists of is always saved.
   for (Switch &fresh : loaded.Items()) {
     Switch *former = switches_.FindById(fresh.config.spec().id);
-    if (former != nullptr) fresh.macs = std::move(former->macs);
+    if (former == nullptr) continue;
+    fresh.macs = std::move(former->macs);
+    fresh.unlearned = std::move(former->unlearned);
   }
   switches_ = std::move(loaded);
+  mac_learning_ = kDefaultMacLearning;
+  options_ = std::move(options);
 }
 
 void Host::ResetConfig() {

@@ -16,4 +16,6 @@ struct LinkStatus {
   bool operator==(const LinkStatus &) const = default;
 };
 
+inline constexpr LinkStatus kNoLink{ZEL_LINK_STATE_DOWN, ZEL_LINK_SPEED_AUTO, ZEL_LINK_DUPLEX_AUTO};
+
 }  // namespace kestrel::host

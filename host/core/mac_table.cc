@@ -4,12 +4,10 @@
 
 namespace kestrel::host {
 
-MacTable::MacTable(std::size_t learned_limit, Duration ageing) : learned_limit_(learned_limit), ageing_(ageing) {}
-
 Learning MacTable::Learn(const MacKey &key, PortId port, TimePoint now) {
   const auto found = entries_.find(key);
   if (found == entries_.end()) {
-    if (queue_.size() >= learned_limit_) return Learning::kFull;
+    if (queue_.size() >= limits_.entries) return Learning::kFull;
     const auto place = queue_.emplace(now, key).first;
     try {
       entries_.emplace(key, MacEntry{VS_MAC_ADDR_TYPE_LEARNED, port, now, 0});
@@ -42,8 +40,15 @@ void MacTable::Enter(const MacKey &key, VSMACAddrType kind, PortId port, TimePoi
   place->second = entered;
 }
 
+void MacTable::Remove(const MacKey &key) noexcept {
+  const auto found = entries_.find(key);
+  if (found == entries_.end()) return;
+  queue_.erase({found->second.last_seen, key});
+  entries_.erase(found);
+}
+
 void MacTable::Expire(TimePoint now) noexcept {
-  while (!queue_.empty() && now - queue_.begin()->first >= ageing_) {
+  while (!queue_.empty() && now - queue_.begin()->first >= limits_.ageing) {
     entries_.erase(queue_.begin()->second);
     queue_.erase(queue_.begin());
   }

@@ -47,11 +47,20 @@ enum class Learning : std::uint8_t {
   kFull,
 };
 
+struct MacLimits {
+  /** How many learned entries a table holds. */
+  std::size_t entries = VS_MAC_LEARNING_LIMIT_ENTRIES_DEFAULT;
+  /** For how long after its last frame it holds each. */
+  Duration ageing = std::chrono::seconds(VS_MAC_LEARNING_AGING_TIME_DEFAULT);
+};
+
 class MacTable {
  public:
-  /** Holds up to `learned_limit` learned entries, each for `ageing` after its last frame. */
-  explicit MacTable(std::size_t learned_limit = VS_MAC_LEARNING_LIMIT_ENTRIES_DEFAULT,
-                    Duration ageing = std::chrono::seconds(VS_MAC_LEARNING_AGING_TIME_DEFAULT));
+  MacTable() = default;
+  explicit MacTable(MacLimits limits) : limits_(limits) {}
+
+  /** From here on; entries above a new limit stay until their time is over. */
+  void SetLimits(MacLimits limits) { limits_ = limits; }
 
   /** Notes a frame from `key` through `port`. */
   Learning Learn(const MacKey &key, PortId port, TimePoint now);
@@ -60,6 +69,9 @@ class MacTable {
       VS_MAC_ADDR_TYPE_USER. Throws StatusError ZEL_BAD_PARAM for another kind, ZEL_EXISTS when the address has such an
       entry already. */
   void Enter(const MacKey &key, VSMACAddrType kind, PortId port, TimePoint now);
+
+  /** Drops an entry; no effect when there is none. */
+  void Remove(const MacKey &key) noexcept;
 
   /** Drops the learned entries whose time is over. */
   void Expire(TimePoint now) noexcept;
@@ -80,8 +92,7 @@ class MacTable {
   const std::map<MacKey, MacEntry> &entries() const { return entries_; }
 
  private:
-  std::size_t learned_limit_;
-  Duration ageing_;
+  MacLimits limits_;
   std::map<MacKey, MacEntry> entries_;
   /** The learned entries, the one seen longest ago first. */
   std::set<std::pair<TimePoint, MacKey>> queue_;

@@ -1,6 +1,7 @@
 /* The NICs that a host has, plugged in or not. */
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -16,11 +17,20 @@ class NicTable {
   void Add(std::string name, LinkStatus link);
   /** Throws StatusError ZEL_NOT_FOUND. */
   void SetLink(std::string_view name, LinkStatus link);
-  /** Null when there is no such NIC. */
-  const LinkStatus *FindLink(std::string_view name) const;
+  /** A NIC that is not enabled has no link. Throws StatusError ZEL_NOT_FOUND. */
+  void SetEnabled(std::string_view name, bool enabled);
+  /** Nothing when there is no such NIC. */
+  std::optional<LinkStatus> FindLink(std::string_view name) const;
 
  private:
-  TextMap<LinkStatus> links_;
+  struct Nic {
+    LinkStatus link;
+    bool is_enabled = true;
+  };
+
+  Nic &Get(std::string_view name);
+
+  TextMap<Nic> nics_;
 };
 
 }  // namespace kestrel::host

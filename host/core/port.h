@@ -1,17 +1,14 @@
 /* A port as it is configured. */
 #pragma once
 
-#include <cstdint>
 #include <optional>
 #include <string>
 
-#include "host/core/vlan.h"
+#include "host/core/port_id.h"
+#include "host/core/property.h"
 #include "kestrel/constants.h"
 
 namespace kestrel::host {
-
-/** Unique among the ports of a host and never used twice; ZEL_VSWITCH_INVALID_PORT_ID is none. */
-using PortId = std::uint32_t;
 
 /** Who is plugged into a port. */
 struct Client {
@@ -27,8 +24,10 @@ struct Port {
   PortId id;
   /** The distributed-port id. */
   std::string name;
-  std::optional<Client> client;
-  std::optional<VlanPolicy> vlan;
+  /** The name that another controller has for the port; empty when the port is not another's. */
+  std::string external_id{};
+  std::optional<Client> client{};
+  PropertySet properties{};
 
   bool operator==(const Port &) const = default;
 };

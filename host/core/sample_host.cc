@@ -3,6 +3,7 @@
 #include <chrono>
 #include <string>
 
+#include "host/core/record_bytes.h"
 #include "kestrel/constants.h"
 
 namespace kestrel::host {
@@ -10,8 +11,6 @@ namespace {
 
 using std::chrono::minutes;
 using std::chrono::seconds;
-
-constexpr LinkStatus kDown{ZEL_LINK_STATE_DOWN, ZEL_LINK_SPEED_AUTO, ZEL_LINK_DUPLEX_AUTO};
 
 constexpr LinkStatus Up(std::uint32_t speed) { return {ZEL_LINK_STATE_UP, speed, ZEL_LINK_DUPLEX_FULL}; }
 
@@ -49,8 +48,9 @@ class Fitter {
   void Group(std::uint32_t id, const std::string &name, std::vector<std::string> members) {
     host_.AddLag(switch_, Lag{id, name, std::move(members)});
   }
-  void Vlan(const std::string &port, VlanPolicy policy) {
-    host_.SetPortVlan(switch_, port, std::move(policy), Persistence::kSaved);
+  void Mtu(std::uint32_t mtu) { host_.SetProperty({.switch_name = switch_}, VSPROP_MTU, {BytesOf(mtu)}); }
+  void Vlan(const std::string &port, const VlanPolicy &policy) {
+    host_.SetPortVlan(switch_, port, policy, Persistence::kSaved);
   }
   void Hear(PortId port, VlanId vlan, const MacAddress &address) { host_.SeeSource(switch_, port, {vlan, address}); }
   void Pin(PortId port, VlanId vlan, const MacAddress &address) {
@@ -74,7 +74,7 @@ void FitOutProduction(Host &host) {
       {.id = "7b0c6d2e-4a51-4f0e-9d3b-1c2a5e8f9a01", .portset = "DvsPortset-0", .alias = "dvs-prod", .max_ports = 512});
   const PortId alone = prod.Uplink("uplink1", "0", "vmnic0", Up(ZEL_LINK_SPEED_25000_MBPS));
   const PortId first = prod.Uplink("uplink2", "1", "vmnic1", Up(ZEL_LINK_SPEED_25000_MBPS));
-  prod.Uplink("uplink3", "2", "vmnic2", kDown);
+  prod.Uplink("uplink3", "2", "vmnic2", kNoLink);
   const PortId third = prod.Uplink("uplink4", "3", "vmnic3", Up(ZEL_LINK_SPEED_25000_MBPS));
   prod.Group(1, "lag1", {"uplink2", "uplink3", "uplink4"});
 
@@ -115,8 +115,8 @@ void FitOutStorage(Host &host) {
   Fitter storage(host, {.id = "c41f8a37-0b92-4d6c-8e15-6f7d20b4e302",
                         .portset = "DvsPortset-1",
                         .alias = "dvs-storage",
-                        .max_ports = 128,
-                        .mtu = kMaxMtu});
+                        .max_ports = 128});
+  storage.Mtu(kMaxMtu);
   const PortId left = storage.Uplink("uplink1", "0", "vmnic4", Up(ZEL_LINK_SPEED_100000_MBPS));
   const PortId right = storage.Uplink("uplink2", "1", "vmnic5", Up(ZEL_LINK_SPEED_100000_MBPS));
 

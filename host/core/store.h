@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "host/core/errors.h"
 #include "host/core/switch_config.h"
@@ -19,6 +20,14 @@ class Store {
  public:
   /** Saves a new switch. Throws StatusError ZEL_EXISTS when one of its names is taken. */
   void AddSwitch(const SwitchConfig &config) { switches_.Add(SavedSwitch{config}); }
+
+  /** No effect when there is no such switch. */
+  void RemoveSwitch(std::string_view id) {
+    if (const SavedSwitch *saved = switches_.FindById(id)) switches_.Remove(*saved);
+  }
+
+  /** Whether a saved switch has this portset name or alias. */
+  bool HasName(std::string_view name) const { return switches_.Find(name) != nullptr; }
 
   /** Saves a change of one switch, `change(config)`, which must itself do all or nothing. */
   template <typename Change>

@@ -1,6 +1,9 @@
 /* A running switch. */
 #pragma once
 
+#include <cstdint>
+#include <map>
+
 #include "host/core/mac_table.h"
 #include "host/core/switch_config.h"
 
@@ -10,6 +13,8 @@ namespace kestrel::host {
 struct Switch {
   SwitchConfig config;
   MacTable macs{};
+  /** Frames whose source the table had no room for, by the port that they came in through. */
+  std::map<PortId, std::uint64_t> unlearned{};
 };
 
 }  // namespace kestrel::host

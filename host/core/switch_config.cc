@@ -6,15 +6,33 @@
 
 #include "host/core/errors.h"
 #include "host/core/names.h"
+#include "host/core/record_bytes.h"
 #include "kestrel/constants.h"
+#include "kestrel/policy_records.h"
 
 namespace kestrel::host {
+namespace {
+
+constexpr std::uint32_t kVersions[] = {DVS_VERSION_60, DVS_VERSION_65,        DVS_VERSION_66,
+                                       DVS_VERSION_70, VS_TRV_VDS_VERSION_10, VS_TRVT_ON_DVS70_VERSION};
+
+void CheckVersion(std::uint32_t version) {
+  if (std::ranges::find(kVersions, version) == std::end(kVersions)) throw StatusError(ZEL_BAD_PARAM);
+}
+
+void CheckMaxPorts(std::uint32_t max_ports) {
+  if (max_ports == 0 || max_ports > kMaxPorts) throw StatusError(ZEL_BAD_PARAM);
+}
+
+}  // namespace
 
 SwitchConfig::SwitchConfig(SwitchSpec spec) : spec_(std::move(spec)) {
   CheckName(spec_.id, ZEL_VDS_ID_MAX_LEN);
   CheckName(spec_.portset, ZEL_PORTSET_NAME_MAX);
   CheckName(spec_.alias, ZEL_VDS_NAME_MAX_LEN);
-  if (spec_.mtu < kMinMtu || spec_.mtu > kMaxMtu) throw StatusError(ZEL_BAD_PARAM);
+  CheckName(spec_.class_name, ZEL_VDS_CLASS_NAME_MAX_LEN);
+  CheckMaxPorts(spec_.max_ports);
+  CheckVersion(spec_.version);
   if (spec_.vlans.first > spec_.vlans.last || spec_.vlans.last > kMaxVlanId) throw StatusError(ZEL_BAD_VLANID);
 }
 
@@ -110,13 +128,42 @@ void SwitchConfig::Disconnect(PortId id) noexcept {
   port->client.reset();
 }
 
-void SwitchConfig::SetVlan(PortId id, std::optional<VlanPolicy> policy) noexcept {
-  if (Port *port = ports_.Find(id)) port->vlan = std::move(policy);
+void SwitchConfig::SetVersion(std::uint32_t version) {
+  CheckVersion(version);
+  spec_.version = version;
+}
+
+void SwitchConfig::SetMaxPorts(std::uint32_t max_ports) {
+  CheckMaxPorts(max_ports);
+  if (max_ports < ports_.size()) throw StatusError(ZEL_BUSY);
+  spec_.max_ports = max_ports;
+}
+
+const PropertySet &SwitchConfig::PropertiesAt(PropertyPlace place) const {
+  switch (place.level) {
+    case PropertyLevel::kSwitch:
+      return properties_;
+    case PropertyLevel::kHost:
+      return host_properties_;
+    case PropertyLevel::kPort:
+      if (const Port *port = ports_.Find(place.port)) return port->properties;
+      break;
+    case PropertyLevel::kUplink:
+      if (const Uplink *uplink = uplinks_.Find(place.port)) return uplink->properties;
+      break;
+  }
+  throw StatusError(ZEL_NOT_FOUND);
+}
+
+PropertySet &SwitchConfig::PropertiesAt(PropertyPlace place) {
+  return const_cast<PropertySet &>(std::as_const(*this).PropertiesAt(place));
 }
 
 void SwitchConfig::ResetProperties() noexcept {
-  spec_.mtu = kDefaultMtu;
-  for (Port &port : ports_.Items()) port.vlan.reset();
+  properties_.Clear();
+  host_properties_.Clear();
+  for (Port &port : ports_.Items()) port.properties.Clear();
+  for (Uplink &uplink : uplinks_.Items()) uplink.properties.Clear();
 }
 
 void SwitchConfig::DropDangling() noexcept {
@@ -129,6 +176,25 @@ void SwitchConfig::DropDangling() noexcept {
 void SwitchConfig::CheckTeamingName(std::string_view name, std::size_t width) const {
   CheckName(name, width);
   if (uplinks_.FindNamed(name) != nullptr || lags_.FindNamed(name) != nullptr) throw StatusError(ZEL_EXISTS);
+}
+
+std::uint32_t MtuOf(const SwitchConfig &config) {
+  const Property *mtu = config.properties().Find(VSPROP_MTU);
+  return mtu == nullptr ? kDefaultMtu : RecordOf<std::uint32_t>(mtu->value);
+}
+
+std::optional<VlanPolicy> VlanOf(const Port &port) {
+  const Property *policy = port.properties.Find(VSPROP_PORT_VLAN);
+  return policy == nullptr ? std::nullopt : std::optional(VlanPolicyOfRecord(policy->value));
+}
+
+bool IsSink(const Port &port) {
+  const Property *filter = port.properties.Find(VSPROP_PORT_EXTRA_ETH_FRP);
+  return filter != nullptr && (RecordOf<VSExtraEthFilter>(filter->value).flags & ZEL_ETH_FILTER_SINK) != 0;
+}
+
+std::uint32_t CountSinkPorts(const SwitchConfig &config) {
+  return static_cast<std::uint32_t>(std::ranges::count_if(config.ports().Items(), IsSink));
 }
 
 }  // namespace kestrel::host

@@ -9,10 +9,12 @@
 #include "host/core/lag.h"
 #include "host/core/named_table.h"
 #include "host/core/port.h"
+#include "host/core/property.h"
 #include "host/core/text_map.h"
 #include "host/core/uplink.h"
 #include "host/core/vlan.h"
 #include "host/export.h"
+#include "kestrel/constants.h"
 
 namespace kestrel::host {
 
@@ -21,6 +23,9 @@ inline constexpr std::uint32_t kDefaultMtu = 1500;
 /** The least that IPv6 asks of a link. */
 inline constexpr std::uint32_t kMinMtu = 1280;
 inline constexpr std::uint32_t kMaxMtu = 9000;
+
+/** Ports of one switch. */
+inline constexpr std::uint32_t kMaxPorts = 60000;
 
 /** What a switch is made from. */
 struct SwitchSpec {
@@ -31,7 +36,9 @@ struct SwitchSpec {
   /** The name by which people know it. */
   std::string alias;
   std::uint32_t max_ports;
-  std::uint32_t mtu = kDefaultMtu;
+  /** The name of the implementation that the switch asks for. */
+  std::string class_name = CSWITCH_CNAME_STR;
+  std::uint32_t version = DVS_VERSION_70;
   /** The VLANs that the switch carries. */
   VlanRange vlans = kAllVlans;
 
@@ -42,14 +49,18 @@ struct SwitchSpec {
     running switch holds one and the store another. Every operation does all or nothing. */
 class KESTREL_HOST_EXPORT SwitchConfig {
  public:
-  /** Throws as CheckName does for the names, StatusError ZEL_BAD_PARAM for an MTU outside of kMinMtu to kMaxMtu,
-      ZEL_BAD_VLANID for a range of VLANs that is empty or goes beyond kMaxVlanId. */
+  /** Throws as CheckName does for the names, StatusError ZEL_BAD_PARAM for no ports, for more than kMaxPorts and for an
+      unknown version, ZEL_BAD_VLANID for a range of VLANs that is empty or goes beyond kMaxVlanId. */
   explicit SwitchConfig(SwitchSpec spec);
 
   const SwitchSpec &spec() const { return spec_; }
   const NamedTable<Port> &ports() const { return ports_; }
   const NamedTable<Uplink> &uplinks() const { return uplinks_; }
   const NamedTable<Lag> &lags() const { return lags_; }
+  /** Those of the switch. */
+  const PropertySet &properties() const { return properties_; }
+  /** Throws StatusError ZEL_NOT_FOUND for a port or uplink that is not there. */
+  const PropertySet &PropertiesAt(PropertyPlace place) const;
 
   /** Throws StatusError ZEL_NOT_FOUND. */
   const Port &PortNamed(std::string_view name) const;
@@ -81,8 +92,13 @@ class KESTREL_HOST_EXPORT SwitchConfig {
   /** No effect on a port that is unknown or free. */
   void Disconnect(PortId id) noexcept;
 
-  /** Sets a port's VLAN policy, or takes it away. No effect on an unknown port. */
-  void SetVlan(PortId id, std::optional<VlanPolicy> policy) noexcept;
+  /** Throws StatusError ZEL_BAD_PARAM for an unknown version. */
+  void SetVersion(std::uint32_t version);
+  /** Throws StatusError ZEL_BAD_PARAM for no ports and for more than kMaxPorts, ZEL_BUSY for fewer than there are. */
+  void SetMaxPorts(std::uint32_t max_ports);
+
+  /** As above, to change them; values are not checked here. */
+  PropertySet &PropertiesAt(PropertyPlace place);
 
   /** Gives every property of the switch and its ports its default. What exists and who is plugged in remains. */
   void ResetProperties() noexcept;
@@ -98,8 +114,19 @@ class KESTREL_HOST_EXPORT SwitchConfig {
   NamedTable<Port> ports_;
   NamedTable<Uplink> uplinks_;
   NamedTable<Lag> lags_;
+  PropertySet properties_;
+  /** Those of this host's part of the switch. */
+  PropertySet host_properties_;
   /** The uplinks that have a NIC, by its name. */
   TextMap<PortId> nics_;
 };
+
+/** In bytes. */
+KESTREL_HOST_EXPORT std::uint32_t MtuOf(const SwitchConfig &config);
+/** Null for a port without one. */
+KESTREL_HOST_EXPORT std::optional<VlanPolicy> VlanOf(const Port &port);
+/** Whether a port receives what no other port wants. */
+KESTREL_HOST_EXPORT bool IsSink(const Port &port);
+KESTREL_HOST_EXPORT std::uint32_t CountSinkPorts(const SwitchConfig &config);
 
 }  // namespace kestrel::host

@@ -12,6 +12,8 @@ struct Uplink {
   /** The port's identifier. */
   PortId id;
   std::string name;
+  /** Those of the uplink itself; its port has its own. */
+  PropertySet properties{};
 
   bool operator==(const Uplink &) const = default;
 };

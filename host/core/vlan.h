@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/export.h"
@@ -53,5 +55,17 @@ struct VlanPolicy {
     without ranges and for ranges on a port that is no trunk, ZEL_BAD_VLANID for an identifier outside of `valid` and
     for a range that is empty or overlaps another. */
 void CheckVlanPolicy(const VlanPolicy &policy, VlanRange valid);
+
+/** The policy as a VSPortVlanPolicy with its ranges. Throws StatusError ZEL_LIMIT_EXCEEDED for more ranges than that
+   can count. */
+KESTREL_HOST_EXPORT std::string RecordOfVlanPolicy(const VlanPolicy &policy);
+
+/** The policy in such a record. Throws StatusError ZEL_BAD_PARAM for bytes that are not one. */
+KESTREL_HOST_EXPORT VlanPolicy VlanPolicyOfRecord(std::string_view record);
+
+/** Checks a private VLAN map, VSPvlanMapEntry by entry. Throws StatusError ZEL_BAD_PARAM for an unknown kind, a
+    promiscuous VLAN that is not its own primary, another that is, a secondary VLAN that is named twice or is a primary
+    one and a second isolated VLAN of one primary, ZEL_BAD_VLANID for an identifier outside of `valid` and for 0. */
+void CheckPrivateVlans(std::string_view map, VlanRange valid);
 
 }  // namespace kestrel::host

@@ -92,13 +92,15 @@ ZEL_ReturnStatus DVSZEL_SwitchSetVersion(const char *switchId, VDSVersion versio
 /** Sets the port limit of a distributed switch. */
 ZEL_ReturnStatus DVSZEL_SwitchSetMaxPorts(const char *switchId, zel_uint32 maxPorts);
 
-/** Hands out the distributed ports of one kind. */
+/** Hands out the distributed ports of one kind: those of a switch that takes traffic are DVSPORT_TYPE_ACTIVE, those of
+    a shadow switch DVSPORT_TYPE_SHADOW. */
 ZEL_ReturnStatus DVSZEL_SwitchPortList(const char *switchId, DVPortList **listCell, DVSPortType type);
 
 /** The distributed switch of an alias; null for none. */
 DVSwitchHandle DVSState_SwitchFindByAlias(const char *alias);
 
-/** Id, alias and class name of a distributed switch; null for a null handle. */
+/** Id, alias and class name of a distributed switch; null for a null handle. These texts are the library's and last
+    until the configuration is loaded or the state released. */
 const char *DVS_SwitchId(DVSwitchHandle handle);
 const char *DVS_SwitchName(DVSwitchHandle handle);
 const char *DVS_ClassName(DVSwitchHandle handle);
@@ -133,7 +135,7 @@ ZEL_ReturnStatus DVSZEL_PersistentPortStateGet(const char *switchId, const char 
 /** The distributed port of an id; null for none. */
 DVSPortHandle DVSState_PortFind(const char *switchId, const char *portId);
 
-/** Id and alias of a distributed port; null for a null handle. */
+/** Id and alias of a distributed port; null for a null handle. They last as those of switches do. */
 const char *DVS_PortId(DVSPortHandle handle);
 const char *DVS_PortAlias(DVSPortHandle handle);
 

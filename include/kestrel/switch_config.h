@@ -16,8 +16,9 @@ extern "C" {
 
 /* ---- Switches ---- */
 
-/** Creates a switch with an alias, an id and a class name. `createShadow` asks for a switch that takes no traffic
-    yet. ZEL_EXISTS for a name in use, ZEL_BAD_PARAM for a number out of its range. */
+/** Creates a switch with an alias, an id and a class name. `numPorts` is how many ports it is going to have: it is
+    held against `maxPorts`, and no port is made. `createShadow` asks for a switch that takes no traffic yet.
+    ZEL_EXISTS for a name in use, ZEL_BAD_PARAM for a number out of its range. */
 ZEL_ReturnStatus VSDVS_CreateVSwitch(const char *alias, const char *switchId, const char *className,
                                      zel_uint32 numPorts, zel_Bool createShadow, zel_uint32 maxPorts, zel_uint32 mtu,
                                      zel_uint32 version);
@@ -126,7 +127,8 @@ ZEL_ReturnStatus VSDVS_IsSinkPortEnabled(const char *switchName, const char *por
 
 /* ---- MAC learning ---- */
 
-/** Sets a switch's ageing time and table limit. */
+/** Sets a switch's ageing time and table limit. ZEL_BAD_PARAM for an ageing time of 0 or above
+    VS_MAC_LEARNING_AGING_TIME_MAX. */
 ZEL_ReturnStatus VSDVS_SetMACLearning(const char *switchName, const VSPropMACLearning *policy);
 
 /** Reads what VSDVS_SetMACLearning set, or the default. */
@@ -275,8 +277,8 @@ ZEL_ReturnStatus VSDVS_RemoveDVMirrorSession(const char *switchName, const char 
 ZEL_ReturnStatus VSDVS_ClearDVMirrorSessions(const char *switchName, const char *portName);
 
 /* ---- Properties: `length` bytes under a key, at the level of the switch, of this host's part of it, or of a port.
-   `component` names the component that the property is meant for, or is null; with `runtimeOnly` the running state
-   alone is meant, and not the state store. ---- */
+   `component` names the component that the property is meant for, or is null; the key alone decides. What is set
+   or cleared with `runtimeOnly` does not reach the state store; reading gives the value in use either way. ---- */
 
 /** Sets a property of a switch. */
 ZEL_ReturnStatus VSDVS_SetGlobProp(const char *switchName, const char *key, const void *propertyValue, int length,

@@ -337,6 +337,12 @@ def test_property_values_may_be_texts(recorder: Recorder) -> None:
         assert ctypes.string_at(address.value) == text.encode()
 
 
+def test_a_switch_identifier_fits_the_copy_it_is_written_to(recorder: Recorder) -> None:
+    recorder.output("VSZEL_DVSAliasToSwitchId", 1, b"x" * 64 + b"\0")
+    for text in ("", "short", "y" * 64):
+        assert _libkestrel.VSZEL_DVSAliasToSwitchId("alias", text) == 0
+
+
 def test_the_length_of_a_property_value_is_the_callers(recorder: Recorder) -> None:
     _libkestrel.VSDVS_SetPortProp("s", "p", "k", b"a\0b", 77, None, 0)
     assert arrived(recorder, 5) == 77

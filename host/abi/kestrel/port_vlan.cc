@@ -1,10 +1,7 @@
 /* The VLAN policy of a port. */
-#include <utility>
+#include <vector>
 
-#include "host/abi/arguments.h"
-#include "host/abi/guard.h"
-#include "host/abi/record_block.h"
-#include "host/core/process_host.h"
+#include "host/abi/property_access.h"
 #include "kestrel/switch_config.h"
 
 namespace kestrel::host::abi {
@@ -16,18 +13,6 @@ std::vector<VlanRange> RangesOf(const zel_VDSPortVIDRange *ranges, std::size_t c
   copies.reserve(count);
   for (std::size_t i = 0; i < count; ++i) copies.push_back({ranges[i].minVID, ranges[i].maxVID});
   return copies;
-}
-
-VSPortVlanPolicy *RecordOf(const VlanPolicy &policy, std::size_t size) {
-  RecordBlock block(size);
-  VSPortVlanPolicy record{};
-  record.flags = static_cast<zel_uint16>(policy.mode);
-  if (policy.set_priority) record.flags |= VSPORT_VLAN_SET_PRIORITY;
-  record.vlanID = policy.vlan;
-  record.numRanges = static_cast<zel_uint16>(policy.ranges.size());
-  block.Append(record);
-  for (const VlanRange range : policy.ranges) block.Append(zel_VDSPortVIDRange{range.first, range.last});
-  return block.Release<VSPortVlanPolicy>();
 }
 
 }  // namespace
@@ -43,12 +28,12 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_SetPortVLANPolicy(const char *switchN
   return Guarded([&] {
     const auto name = SwitchName(switchName);
     const auto port = PortName(portName);
-    VlanPolicy policy{.mode = VlanModeOf(mode),
-                      .vlan = vlanID,
-                      .set_priority = setPriority != 0,
-                      .ranges = RangesOf(ranges, numRanges)};
+    const VlanPolicy policy{.mode = VlanModeOf(mode),
+                            .vlan = vlanID,
+                            .set_priority = setPriority != 0,
+                            .ranges = RangesOf(ranges, numRanges)};
     const auto persistence = runtimeOnly != 0 ? Persistence::kRuntimeOnly : Persistence::kSaved;
-    ProcessHost().SetPortVlan(name, port, std::move(policy), persistence);
+    ProcessHost().SetPortVlan(name, port, policy, persistence);
   });
 }
 
@@ -56,19 +41,12 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_GetPortVLANPolicy(const char *switchN
                                                              VSPortVlanPolicy **tableOut, int *valueOut) {
   return Guarded([&] {
     ClearOutputs(tableOut, valueOut);
-    const auto name = SwitchName(switchName);
-    const auto port = PortName(portName);
-    const VlanPolicy policy = ProcessHost().FindSwitch(name).config.PortNamed(port).vlan.value_or(VlanPolicy{});
-    const std::size_t size = sizeof(VSPortVlanPolicy) + policy.ranges.size() * sizeof(zel_VDSPortVIDRange);
-    SetOutput(tableOut, RecordOf(policy, size));
-    SetOutput(valueOut, static_cast<int>(size));
+    const std::string policy = ValueOf(PortProperty{switchName, portName, VSPROP_PORT_VLAN});
+    SetOutput(tableOut, BlockOf<VSPortVlanPolicy>(policy));
+    SetOutput(valueOut, static_cast<int>(policy.size()));
   });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_ClearPortVLANPolicy(const char *switchName, const char *portName) {
-  return Guarded([&] {
-    const auto name = SwitchName(switchName);
-    const auto port = PortName(portName);
-    ProcessHost().ClearPortVlan(name, port);
-  });
+  return ClearValue(PortProperty{switchName, portName, VSPROP_PORT_VLAN});
 }

@@ -1,11 +1,45 @@
-/* The names of a port. */
+/* Distributed ports and their names. */
+#include <string>
+#include <utility>
+
 #include "host/abi/arguments.h"
 #include "host/abi/guard.h"
 #include "host/core/process_host.h"
+#include "host/core/record_bytes.h"
+#include "kestrel/mirror_records.h"
 #include "kestrel/switch_config.h"
 
 using namespace kestrel::host;
 using namespace kestrel::host::abi;
+
+KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_AddDVPort(const char *switchName, const char *portName,
+                                                     zel_uint32 connectId) {
+  return Guarded([&] {
+    const auto name = SwitchName(switchName);
+    const auto port = PortName(portName);
+    PropertySet properties;
+    properties.Put(PropertySet::Ready(ZEL_VDSPROP_PORT_CONNECTID, {BytesOf(connectId)}));
+    ProcessHost().AddPort(name, std::string(port), {}, std::move(properties));
+  });
+}
+
+KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_AddOpaqueDVPort(const char *switchName, const char *portName,
+                                                           const char *externalId) {
+  return Guarded([&] {
+    const auto name = SwitchName(switchName);
+    const auto port = PortName(portName);
+    const auto external = NameArgument(externalId, sizeof(OpaqueDVPortData::externalId));
+    if (external.empty()) throw StatusError(ZEL_INVALID_NAME);
+    ProcessHost().AddPort(name, std::string(port), std::string(external));
+  });
+}
+
+KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_RemoveDVPort(const char *switchName, const char *portName) {
+  return Guarded([&] {
+    const auto name = SwitchName(switchName);
+    ProcessHost().RemovePort(name, PortName(portName));
+  });
+}
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_DvPortIDToPortID(const char *switchName, const char *portName,
                                                             zel_SwitchPortID *valueOut) {
@@ -14,5 +48,15 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_DvPortIDToPortID(const char *switchNa
     const auto name = SwitchName(switchName);
     const auto port = PortName(portName);
     SetOutput(valueOut, ProcessHost().FindSwitch(name).config.PortNamed(port).id);
+  });
+}
+
+KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_DvPortIDToPortIDFromDVSID(const char *switchId, const char *portName,
+                                                                     zel_SwitchPortID *valueOut) {
+  return Guarded([&] {
+    ClearOutputs(valueOut);
+    const auto id = SwitchId(switchId);
+    const auto port = PortName(portName);
+    SetOutput(valueOut, ProcessHost().FindSwitchById(id).config.PortNamed(port).id);
   });
 }

@@ -25,12 +25,13 @@ VSList *ListOf(const Host &host, VSListType kind) {
 
 VSInfo InfoOf(const Switch &which) {
   const SwitchSpec &spec = which.config.spec();
-  VSInfo info{};  // no port of the model is a sink, so that their number stays 0
-  info.mtu = spec.mtu;
+  VSInfo info{};
+  info.mtu = MtuOf(which.config);
   info.minValidVlan = spec.vlans.first;
   info.maxValidVlan = spec.vlans.last;
   info.activePorts = which.config.CountActivePorts();
   info.maxPorts = spec.max_ports;
+  info.numSinkPorts = static_cast<zel_uint16>(CountSinkPorts(which.config));
   SetText(info.dvsName, spec.alias);
   SetText(info.vdsID, spec.id);
   return info;

@@ -51,3 +51,42 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetUplinkLinkState(const char *switch
     SetOutput(valueOut, host.LinkOfPluggedNic(nic).state);
   });
 }
+
+KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetUplinkLACPLinkState(const char *switchName, const char *uplinkName,
+                                                                  zel_LinkState *valueOut) {
+  return Guarded([&] {
+    ClearOutputs(valueOut);
+    const auto name = SwitchName(switchName);
+    const auto nic = NicName(uplinkName);
+    const Host &host = ProcessHost();
+    const SwitchConfig &config = host.FindSwitch(name).config;
+    const Uplink *uplink = config.UplinkOfNic(nic);
+    if (uplink == nullptr) throw StatusError(ZEL_NOT_FOUND);
+    const auto is_member = [uplink](const Lag &lag) {
+      return std::ranges::find(lag.members, uplink->name) != lag.members.end();
+    };
+    const bool is_grouped = std::ranges::any_of(config.lags().Items(), is_member);
+    SetOutput(valueOut, is_grouped ? host.LinkOfPluggedNic(nic).state : ZEL_LINK_STATE_DOWN);
+  });
+}
+
+KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_SetUplinkAdminLinkState(const char *switchName, const char *uplinkName,
+                                                                   zel_LinkState state) {
+  return Guarded([&] {
+    const auto name = SwitchName(switchName);
+    const auto nic = NicName(uplinkName);
+    if (state != ZEL_LINK_STATE_UP && state != ZEL_LINK_STATE_DOWN) throw StatusError(ZEL_BAD_PARAM);
+    Host &host = ProcessHost();
+    if (host.FindSwitch(name).config.UplinkOfNic(nic) == nullptr) throw StatusError(ZEL_NOT_FOUND);
+    host.SetNicEnabled(nic, state == ZEL_LINK_STATE_UP);
+  });
+}
+
+KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetUplinkDVPortID(const char *uplinkName, char textOut[48]) {
+  return Guarded([&] {
+    ClearText(textOut, ZEL_VDS_PORT_ID_MAX_LEN);
+    const auto nic = NicName(uplinkName);
+    const SwitchConfig &config = ProcessHost().FindSwitchOfNic(nic).config;
+    SetTextOutput(textOut, config.ports().Find(config.UplinkOfNic(nic)->id)->name, ZEL_VDS_PORT_ID_MAX_LEN);
+  });
+}

@@ -110,10 +110,10 @@ TEST(Host, SavedPoliciesOutlastALoadAndRuntimeOnesDoNot) {
   host->SetPortVlan(kAlias, "machine", saved, Persistence::kSaved);
   host->SetPortVlan(kAlias, "machine", passing, Persistence::kRuntimeOnly);
   host->SetPortVlan(kAlias, "service", passing, Persistence::kRuntimeOnly);
-  EXPECT_EQ(ConfigOf(*host).PortNamed("machine").vlan, passing);
+  EXPECT_EQ(VlanOf(ConfigOf(*host).PortNamed("machine")), passing);
   host->LoadConfig();
-  EXPECT_EQ(ConfigOf(*host).PortNamed("machine").vlan, saved);
-  EXPECT_EQ(ConfigOf(*host).PortNamed("service").vlan, std::nullopt);
+  EXPECT_EQ(VlanOf(ConfigOf(*host).PortNamed("machine")), saved);
+  EXPECT_EQ(VlanOf(ConfigOf(*host).PortNamed("service")), std::nullopt);
 }
 
 TEST(Host, AClearedPolicyIsClearedInWhatIsSavedToo) {
@@ -122,7 +122,7 @@ TEST(Host, AClearedPolicyIsClearedInWhatIsSavedToo) {
   host->ClearPortVlan(kAlias, "machine");
   EXPECT_STATUS(ZEL_NOT_FOUND, host->ClearPortVlan(kAlias, "machine"));
   host->LoadConfig();
-  EXPECT_EQ(ConfigOf(*host).PortNamed("machine").vlan, std::nullopt);
+  EXPECT_EQ(VlanOf(ConfigOf(*host).PortNamed("machine")), std::nullopt);
 }
 
 TEST(Host, ARefusedPolicyLeavesTheFormerOne) {
@@ -132,9 +132,9 @@ TEST(Host, ARefusedPolicyLeavesTheFormerOne) {
   const VlanPolicy wrong{.vlan = 4095, .ranges = {}};
   EXPECT_STATUS(ZEL_BAD_VLANID, host->SetPortVlan(kAlias, "machine", wrong, Persistence::kSaved));
   EXPECT_STATUS(ZEL_NOT_FOUND, host->SetPortVlan(kAlias, "nobody", {}, Persistence::kSaved));
-  EXPECT_EQ(ConfigOf(*host).PortNamed("machine").vlan, former);
+  EXPECT_EQ(VlanOf(ConfigOf(*host).PortNamed("machine")), former);
   host->LoadConfig();
-  EXPECT_EQ(ConfigOf(*host).PortNamed("machine").vlan, former);
+  EXPECT_EQ(VlanOf(ConfigOf(*host).PortNamed("machine")), former);
 }
 
 TEST(Host, ResetTakesEveryPolicyAndTheMtuBackInUseAndSaved) {
@@ -147,10 +147,10 @@ TEST(Host, ResetTakesEveryPolicyAndTheMtuBackInUseAndSaved) {
     } else {
       host->ResetConfig();
     }
-    EXPECT_EQ(ConfigOf(*host).spec().mtu, kDefaultMtu);
+    EXPECT_EQ(MtuOf(ConfigOf(*host)), kDefaultMtu);
     EXPECT_EQ(ConfigOf(*host).ports().size(), 6U);
     EXPECT_EQ(ConfigOf(*host).CountActivePorts(), 4U);
-    for (const Port &port : ConfigOf(*host).ports().Items()) EXPECT_EQ(port.vlan, std::nullopt) << port.name;
+    for (const Port &port : ConfigOf(*host).ports().Items()) EXPECT_EQ(VlanOf(port), std::nullopt) << port.name;
   }
 }
 
@@ -175,7 +175,7 @@ TEST(Host, AResetReachesWhatIsSavedWhileTheSwitchesAreReleased) {
   host->Cleanup();
   host->ResetConfig();
   host->LoadConfig();
-  EXPECT_EQ(ConfigOf(*host).spec().mtu, kDefaultMtu);
+  EXPECT_EQ(MtuOf(ConfigOf(*host)), kDefaultMtu);
 }
 
 TEST(Host, LoadKeepsWhatTrafficMadeOfASwitch) {

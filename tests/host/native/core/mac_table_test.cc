@@ -51,7 +51,7 @@ TEST(MacTable, OrdersByVlanThenByAddressAsSent) {
 }
 
 TEST(MacTable, DropsAnEntryWhenItsTimeIsOverAndNotBefore) {
-  MacTable table(10, seconds(60));
+  MacTable table({10, seconds(60)});
   table.Learn(kKey, kHere, seconds(5));
   table.Expire(seconds(65) - Duration(1));
   EXPECT_EQ(table.entries().size(), 1U);
@@ -60,7 +60,7 @@ TEST(MacTable, DropsAnEntryWhenItsTimeIsOverAndNotBefore) {
 }
 
 TEST(MacTable, AFrameMakesAnEntryYoungAgain) {
-  MacTable table(10, seconds(60));
+  MacTable table({10, seconds(60)});
   table.Learn({1, Station(1)}, kHere, seconds(0));
   table.Learn({1, Station(2)}, kHere, seconds(10));
   table.Learn({1, Station(1)}, kHere, seconds(50));
@@ -81,7 +81,7 @@ TEST(MacTable, AgesAsTheConstantsSayUnlessTold) {
 }
 
 TEST(MacTable, LearnsUpToItsLimitAndGoesOnRefreshing) {
-  MacTable table(2, seconds(60));
+  MacTable table({2, seconds(60)});
   table.Learn({1, Station(1)}, kHere, seconds(0));
   table.Learn({1, Station(2)}, kHere, seconds(30));
   EXPECT_EQ(table.Learn({1, Station(3)}, kHere, seconds(30)), Learning::kFull);
@@ -93,7 +93,7 @@ TEST(MacTable, LearnsUpToItsLimitAndGoesOnRefreshing) {
 }
 
 TEST(MacTable, EnteredAddressesStayAsTheyAre) {
-  MacTable table(10, seconds(60));
+  MacTable table({10, seconds(60)});
   table.Enter({1, Station(1)}, VS_MAC_ADDR_TYPE_STATIC, kHere, seconds(0));
   table.Enter({1, Station(2)}, VS_MAC_ADDR_TYPE_USER, kHere, seconds(0));
   const auto before = table.entries();
@@ -104,7 +104,7 @@ TEST(MacTable, EnteredAddressesStayAsTheyAre) {
 }
 
 TEST(MacTable, AnEnteredAddressReplacesALearnedOneAndOutlivesIt) {
-  MacTable table(10, seconds(60));
+  MacTable table({10, seconds(60)});
   table.Learn(kKey, kHere, seconds(0));
   table.Enter(kKey, VS_MAC_ADDR_TYPE_USER, kThere, seconds(1));
   table.Expire(seconds(1000));
@@ -123,7 +123,7 @@ TEST(MacTable, RefusesASecondEntryAndOtherKinds) {
 }
 
 TEST(MacTable, ForgetsWhatItIsToldToAndLearnsItAgain) {
-  MacTable table(2, seconds(60));
+  MacTable table({2, seconds(60)});
   table.Learn({1, Station(1)}, kHere, seconds(0));
   table.Learn({1, Station(2)}, kThere, seconds(0));
   table.RemoveIf([](const MacKey &, const MacEntry &entry) { return entry.port == kHere; });

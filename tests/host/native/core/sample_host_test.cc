@@ -23,7 +23,7 @@ TEST(SampleHost, HasEveryKindOfThing) {
       } else {
         ++free_ports;
       }
-      if (port.vlan) ++policies[port.vlan->mode];
+      if (const auto policy = VlanOf(port)) ++policies[policy->mode];
     }
     for (const Uplink &uplink : each.config.uplinks().Items()) {
       ++links[host->LinkOfPluggedNic(*each.config.NicOf(uplink.id)).state];

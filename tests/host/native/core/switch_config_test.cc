@@ -7,7 +7,7 @@ namespace {
 
 SwitchSpec Spec() { return {.id = "id", .portset = "portset", .alias = "alias", .max_ports = 100}; }
 
-Port PortOf(PortId id, std::string name) { return {.id = id, .name = std::move(name), .client = {}, .vlan = {}}; }
+Port PortOf(PortId id, std::string name) { return {.id = id, .name = std::move(name)}; }
 
 SwitchConfig WithUplinks(std::uint32_t count) {
   SwitchConfig config(Spec());
@@ -36,9 +36,12 @@ TEST(SwitchConfig, ChecksWhatASwitchIsMadeFrom) {
   EXPECT_EQ(changed([](SwitchSpec &s) { s.alias = std::string(81, 'a'); }), ZEL_NAME_TOO_LONG);
   EXPECT_EQ(changed([](SwitchSpec &s) { s.id = std::string(63, 'i'); }), ZEL_OK);
   EXPECT_EQ(changed([](SwitchSpec &s) { s.id = std::string(64, 'i'); }), ZEL_NAME_TOO_LONG);
-  EXPECT_EQ(changed([](SwitchSpec &s) { s.mtu = kMinMtu - 1; }), ZEL_BAD_PARAM);
-  EXPECT_EQ(changed([](SwitchSpec &s) { s.mtu = kMaxMtu; }), ZEL_OK);
-  EXPECT_EQ(changed([](SwitchSpec &s) { s.mtu = kMaxMtu + 1; }), ZEL_BAD_PARAM);
+  EXPECT_EQ(changed([](SwitchSpec &s) { s.max_ports = 0; }), ZEL_BAD_PARAM);
+  EXPECT_EQ(changed([](SwitchSpec &s) { s.max_ports = kMaxPorts; }), ZEL_OK);
+  EXPECT_EQ(changed([](SwitchSpec &s) { s.max_ports = kMaxPorts + 1; }), ZEL_BAD_PARAM);
+  EXPECT_EQ(changed([](SwitchSpec &s) { s.version = DVS_VERSION_60 - 1; }), ZEL_BAD_PARAM);
+  EXPECT_EQ(changed([](SwitchSpec &s) { s.version = VS_TRVT_ON_DVS70_VERSION; }), ZEL_OK);
+  EXPECT_EQ(changed([](SwitchSpec &s) { s.class_name = std::string(128, 'c'); }), ZEL_NAME_TOO_LONG);
   EXPECT_EQ(changed([](SwitchSpec &s) { s.vlans = {5, 4}; }), ZEL_BAD_VLANID);
   EXPECT_EQ(changed([](SwitchSpec &s) { s.vlans = {0, 4095}; }), ZEL_BAD_VLANID);
 }
@@ -166,12 +169,15 @@ TEST(SwitchConfig, DropsMembersWithoutUplinkAndGroupsWithoutMembers) {
 }
 
 TEST(SwitchConfig, ResetGivesPropertiesTheirDefaultsAndLeavesTheRest) {
-  SwitchSpec spec = Spec();
-  spec.mtu = 9000;
-  SwitchConfig config(spec);
+  SwitchConfig config(Spec());
   config.AddPort(PortOf(1, "a"));
   config.Connect(1, {VS_PORT_CLIENT_VNIC, "vm"});
-  config.SetVlan(1, VlanPolicy{.vlan = 5, .ranges = {}});
+  const auto set = [&config](PropertyPlace place) {
+    config.PropertiesAt(place).Put(PropertySet::Ready("key", {"value"}));
+  };
+  set({PropertyLevel::kSwitch});
+  set({PropertyLevel::kHost});
+  set({PropertyLevel::kPort, 1});
   config.ResetProperties();
 
   SwitchConfig expected(Spec());

@@ -109,6 +109,35 @@ TEST_F(Exhaustion, OfSettingAPolicy) {
   EXPECT_GT(Sweep(set), 0);
 }
 
+TEST_F(Exhaustion, OfSettingAndClearingProperties) {
+  const std::string name(40, 'n');
+  const auto set = [&name] {
+    return VSDVS_SetPortProp(kAlias, "machine", name.c_str(), name.data(), static_cast<int>(name.size()), nullptr, 0);
+  };
+  EXPECT_GT(Sweep(set), 0);
+  Sweep([&name] { return VSDVS_ClearPortProp(kAlias, "machine", name.c_str(), nullptr, 0); }, set);
+  EXPECT_GT(Sweep([] { return VSDVS_SetMTU(kAlias, 1300); }), 0);
+  EXPECT_GT(Sweep([] { return VSDVS_SetPortTeamingOverride(kAlias, "machine", "left"); }), 0);
+}
+
+TEST_F(Exhaustion, OfMakingSwitchesAndPorts) {
+  const std::string name(40, 'n');
+  const char *text = name.c_str();
+  const auto add_port = [=] { return VSDVS_AddDVPort(kAlias, text, 1); };
+  const auto add_uplink = [=] { return VSDVS_AddSwitchUplinkPort(kAlias, text); };
+  const auto add_switch = [=] { return VSDVS_CreateVSwitch(text, text, "cswitch", 1, 1, 4, 1500, DVS_VERSION_70); };
+  EXPECT_GT(Sweep(add_port), 0);
+  Sweep([=] { return VSDVS_RemoveDVPort(kAlias, text); }, add_port);
+  EXPECT_GT(Sweep(add_uplink), 0);
+  Sweep([=] { return VSDVS_RemoveSwitchUplinkPort(kAlias, text); }, add_uplink);
+  EXPECT_GT(Sweep(add_switch), 0);
+  Sweep([=] { return VSDVS_DestroyVSwitch(text); }, add_switch);
+  const auto replace = [this] {
+    return abi::Guarded([this] { host().ReplaceUplinks(kAlias, {{"left", "u1"}, {"right", "u3"}, {"new", "u4"}}); });
+  };
+  EXPECT_GT(Sweep(replace), 0);
+}
+
 TEST_F(Exhaustion, OfTheLifeOfTheConfiguration) {
   EXPECT_GT(Sweep(DVSLoadConfig), 0);
   Sweep(DVSState_ConfigReset);

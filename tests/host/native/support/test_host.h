@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "host/core/host.h"
+#include "host/core/record_bytes.h"
 
 namespace kestrel::host {
 
@@ -20,11 +21,8 @@ constexpr MacAddress Station(std::uint8_t number) { return {0x02, 0, 0, 0, 0, nu
     (down) and "middle" holds none. All three form group 5, "bond". */
 inline std::unique_ptr<Host> MakeTestHost() {
   auto host = std::make_unique<Host>();
-  host->AddSwitch({.id = "3f0e8a52-6d17-4c49-b2a0-915e7cd4f803",
-                   .portset = kPortset,
-                   .alias = kAlias,
-                   .max_ports = 8,
-                   .mtu = 2000});
+  host->AddSwitch({.id = "3f0e8a52-6d17-4c49-b2a0-915e7cd4f803", .portset = kPortset, .alias = kAlias, .max_ports = 8});
+  host->SetProperty({.switch_name = kAlias}, VSPROP_MTU, {BytesOf(std::uint32_t{2000})});
   host->AddNic("nic-l", kUp);
   host->AddNic("nic-r", kDown);
   host->AddPort(kAlias, "machine");
