@@ -14,7 +14,7 @@ export PYTHONDONTWRITEBYTECODE := 1
 SOURCES := CMakeLists.txt pyproject.toml $(shell find cmake host include interface python src tools -type f \
              -not -path '*/__pycache__/*' 2>/dev/null)
 PYTHON_SOURCES := python tools tests examples benchmarks
-NATIVE_SOURCES = $(shell git ls-files --cached --others --exclude-standard '*.h' '*.cc' '*.c')
+NATIVE_SOURCES = $(shell git ls-files --cached --others --exclude-standard '*.h' '*.hh' '*.cc' '*.c')
 RECORDER := $(CURDIR)/build/dev/tests/recorder
 
 ## help: this list

@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "record_copy.hh"
+
 namespace {
 
 void report_bad_index() { std::fputs("Invalid array index.", stdout); }
@@ -58,15 +60,8 @@ void store_record(Record *slot, const Record *value) {
 
 /** A copy of element `index` of the run that starts at `first`. */
 template <class Record>
-Record *copy_of(const Record *first, int index) {
-  auto *copy = static_cast<Record *>(std::malloc(sizeof(Record)));
-  if (copy) std::memcpy(copy, first + index, sizeof(Record));
-  return copy;
-}
-
-template <class Record>
 Record *element_of_run(const Record *first, int index) {
-  return index < 0 ? nullptr : copy_of(first, index);
+  return index < 0 ? nullptr : copy_of(first + index);
 }
 
 /** `n` elements, or null where that many bytes cannot be counted. */
@@ -216,7 +211,7 @@ zel_uint64 VSStaticLEEntry_vlan_get_values(VSStaticLEEntry *entry, int index) {
 }
 
 zel_VDSPortVIDRange *VSPortVlanPolicy_get_vid_range(VSPortVlanPolicy *policy, int index) {
-  return copy_of(reinterpret_cast<const zel_VDSPortVIDRange *>(policy + 1), index);
+  return copy_of(reinterpret_cast<const zel_VDSPortVIDRange *>(policy + 1) + index);
 }
 
 kestrel_Bytes VDSQuery_get_val_in_bytes(VDSQuery *query) { return {query->propValue, query->propLen}; }

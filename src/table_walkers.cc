@@ -1,19 +1,6 @@
 #include "table_walkers.h"
 
-#include <cstddef>
-#include <cstdlib>
-#include <cstring>
-
-namespace {
-
-template <class Record>
-Record *copy_of(const Record &record) {
-  auto *copy = static_cast<Record *>(std::malloc(sizeof(Record)));
-  if (copy) std::memcpy(copy, &record, sizeof(Record));
-  return copy;
-}
-
-}  // namespace
+#include "record_copy.hh"
 
 VSLAGStatus *VSLAGTable_vs_lag_table_first_lag(VSLAGTable *table) { return reinterpret_cast<VSLAGStatus *>(table + 1); }
 
@@ -30,13 +17,13 @@ DVMirrorEntity *DVMirrorSessionTable_get_first_session_entity(DVMirrorSessionTab
 DVMirrorEntity *DVMirrorEntity___next__(DVMirrorEntity *entity) { return entity + 1; }
 
 VSPMACLearningStats *VSPMACLearningStatsPortInfo_get_mac_learning_stats(VSPMACLearningStatsPortInfo *info) {
-  return copy_of(info->portStats);
+  return copy_of(&info->portStats);
 }
 
 VSPropSecurity *VSPropSecurityPortInfo_get_port_sec(VSPropSecurityPortInfo *info) {
-  return copy_of(info->l2SecPortInfo);
+  return copy_of(&info->l2SecPortInfo);
 }
 
 VSPMACLearning *VSPMACLearningInfo_get_mac_learning_config(VSPMACLearningInfo *info) {
-  return copy_of(info->portMACLearning);
+  return copy_of(&info->portMACLearning);
 }

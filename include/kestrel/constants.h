@@ -19,17 +19,7 @@
 #define KESTREL_ENUM_END(type) \
   }                            \
   type;
-#define KESTREL_VARIABLE(name)
 
 #include "kestrel/constants.def"
-
-#undef KESTREL_INT
-#undef KESTREL_STR
-#undef KESTREL_STATUS
-#undef KESTREL_ENUM_BEGIN
-#undef KESTREL_ENUM8_BEGIN
-#undef KESTREL_ENUMERATOR
-#undef KESTREL_ENUM_END
-#undef KESTREL_VARIABLE
 
 #endif

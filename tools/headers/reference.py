@@ -228,8 +228,9 @@ def records_page(headers: Headers) -> str:
     for record in headers.records:
         body += _record_entry(headers, record)
     for array in ARRAYS:
-        body += [f"## {array}", "", f"An array of records: `new_{array}(n: int)`, `delete_{array}(array)`, and in", ""]
-        body[-2] += f" [functions.md](functions.md) `{array}_getitem` and `{array}_setitem`."
+        functions = f"[functions.md](functions.md) `{array}_getitem` and `{array}_setitem`."
+        calls = f"An array of records: `new_{array}(n: int)`, `delete_{array}(array)`, and in {functions}"
+        body += [f"## {array}", "", calls, ""]
     return _page("Records", "Offsets and widths are in bytes; bit 0 is the least significant.", body)
 
 

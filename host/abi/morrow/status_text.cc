@@ -16,23 +16,8 @@ struct Sentence {
 
 constexpr auto kSentences = [] {
   constexpr Sentence kRows[] = {
-#define KESTREL_INT(name, value)
-#define KESTREL_STR(name, text)
 #define KESTREL_STATUS(name, value, text) Sentence{value, text},
-#define KESTREL_ENUM_BEGIN(type)
-#define KESTREL_ENUM8_BEGIN(type)
-#define KESTREL_ENUMERATOR(name, value)
-#define KESTREL_ENUM_END(type)
-#define KESTREL_VARIABLE(name)
 #include "kestrel/constants.def"
-#undef KESTREL_INT
-#undef KESTREL_STR
-#undef KESTREL_STATUS
-#undef KESTREL_ENUM_BEGIN
-#undef KESTREL_ENUM8_BEGIN
-#undef KESTREL_ENUMERATOR
-#undef KESTREL_ENUM_END
-#undef KESTREL_VARIABLE
   };
   auto sentences = std::to_array(kRows);
   std::ranges::sort(sentences, {}, &Sentence::status);
