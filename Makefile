@@ -11,7 +11,7 @@ export PATH := $(CURDIR)/$(VENV)/bin:$(PATH)
 export PYTHONPATH :=
 export PYTHONDONTWRITEBYTECODE := 1
 
-SOURCES := CMakeLists.txt pyproject.toml $(shell find cmake host include interface python src tools -type f \
+SOURCES := CMakeLists.txt pyproject.toml $(shell find cmake host include interface native python src tools -type f \
              -not -path '*/__pycache__/*' 2>/dev/null)
 PYTHON_SOURCES := python tools tests examples benchmarks
 NATIVE_SOURCES = $(shell git ls-files --cached --others --exclude-standard '*.h' '*.hh' '*.cc' '*.c')
@@ -25,6 +25,7 @@ help:
 demo: $(VENV)/installed
 	$(PYTHON) examples/first_script.py
 	$(PYTHON) examples/configure_switch.py
+	$(PYTHON) examples/datacentre.py
 
 ## test: everything that has to hold before a change lands
 test: lint test-native test-module test-host test-package cross
@@ -42,7 +43,7 @@ test-host: $(VENV)/installed
 	$(PYTHON) -m pytest tests/host tests/tools
 
 ## test-package: the wheel: what is in it, and that it works where it is installed
-test-package: $(VENV)/installed
+test-package: $(VENV)/lint $(VENV)/installed
 	$(PYTHON) -m pytest tests/package
 
 ## test-asan: the boundary under AddressSanitizer, UndefinedBehaviorSanitizer and LeakSanitizer
@@ -52,6 +53,11 @@ test-asan: $(VENV)/test
 	cmake --install build/sanitize >/dev/null
 	ctest --test-dir build/sanitize --output-on-failure
 	tools/sanitized build/sanitize tests/module
+
+## fuzz: run each fuzz target for FUZZ_SECONDS (60)
+FUZZ_SECONDS ?= 60
+fuzz: $(VENV)/fuzz
+	tools/fuzz $(FUZZ_SECONDS)
 
 ## build: configure and build the dev preset, with tests and the recorder
 build: $(VENV)/test
@@ -64,13 +70,28 @@ cross: $(VENV)/test
 	cmake --preset aarch64 >build/configure-aarch64.log || { cat build/configure-aarch64.log; exit 1; }
 	cmake --build --preset aarch64
 
+## test-aarch64: the native tests, the boundary and the host's scripts on 64-bit Arm, emulated
+test-aarch64: cross
+	ctest --test-dir build/aarch64 --output-on-failure
+	cmake --install build/aarch64 >/dev/null
+	tools/emulated module
+	tools/emulated host
+
 ## bench: speed side by side with peers, as ratios
 bench: $(VENV)/bench $(VENV)/installed
 	$(PYTHON) benchmarks/boundary.py
+	$(PYTHON) benchmarks/records.py
 
-## reference: write the reference pages anew from the headers
+## reference: write anew what is derived and kept: the reference pages, the page of scenarios, Python's declarations
 reference: $(VENV)/test
 	PYTHONPATH=tools $(PYTHON) -m headers.reference docs/reference
+	PYTHONPATH=tools $(PYTHON) -m headers.laboratory
+	$(PYTHON) -m pip install --quiet --no-deps .
+	$(PYTHON) tools/scenario_page.py docs/scenarios.md
+
+## stubs: write the type stubs anew from the headers
+stubs: $(VENV)/test
+	PYTHONPATH=tools $(PYTHON) -m headers.stubs python
 
 ## lint: formatting, static checks and types; warnings are errors
 lint: $(VENV)/lint $(VENV)/demo build
@@ -100,4 +121,4 @@ $(VENV)/installed: $(VENV)/demo $(SOURCES)
 	$(PYTHON) -m pip install --quiet --no-deps .
 	touch $@
 
-.PHONY: help demo test test-native test-module test-asan test-host test-package build cross bench reference lint format clean
+.PHONY: help demo fuzz test test-native test-module test-asan test-host test-package test-aarch64 build cross bench reference stubs lint format clean

@@ -38,8 +38,13 @@ def show(results: Results) -> None:
     """Print everything."""
     for key, value in results.machine.items():
         _CONSOLE.print(f"{key}: {value}")
-    _CONSOLE.print(_calls(results.calls))
+    show_calls(results.calls)
     _CONSOLE.print(_imports(results.imports))
+
+
+def show_calls(calls: dict[str, dict[str, Spread]]) -> None:
+    """Print what calls took, with ratios to the second contender."""
+    _CONSOLE.print(_calls(calls))
 
 
 def _calls(calls: dict[str, dict[str, Spread]]) -> Table:

@@ -8,26 +8,26 @@ namespace kestrel::host::abi {
 
 /** Throws StatusError ZEL_INVALID_HANDLE for no handle of that kind. */
 inline const HandleMeaning &MeaningOf(const void *handle, HandleMeaning::Kind kind) {
-  const HandleMeaning *meaning = ProcessHost().handles().Find(handle);
+  const HandleMeaning *meaning = FindHandle(handle);
   if (meaning == nullptr || meaning->kind != kind) throw StatusError(ZEL_INVALID_HANDLE);
   return *meaning;
 }
 
 /** Throws StatusError ZEL_INVALID_HANDLE, and ZEL_NOT_FOUND while the switches are released. */
 inline const SwitchConfig &SwitchOfHandle(const void *handle) {
-  return ProcessHost().FindSwitchById(MeaningOf(handle, HandleMeaning::Kind::kSwitch).switch_id).config;
+  return ReadHost().FindSwitchById(MeaningOf(handle, HandleMeaning::Kind::kSwitch).switch_id).config;
 }
 
 inline const Port &PortOfHandle(const void *handle) {
   const HandleMeaning &meaning = MeaningOf(handle, HandleMeaning::Kind::kPort);
-  const Port *port = ProcessHost().FindSwitchById(meaning.switch_id).config.ports().Find(meaning.port);
+  const Port *port = ReadHost().FindSwitchById(meaning.switch_id).config.ports().Find(meaning.port);
   if (port == nullptr) throw StatusError(ZEL_NOT_FOUND);
   return *port;
 }
 
 inline const Property &PropertyOfHandle(const void *handle) {
   const HandleMeaning &meaning = MeaningOf(handle, HandleMeaning::Kind::kProperty);
-  const SwitchConfig &config = ProcessHost().FindSwitchById(meaning.switch_id).config;
+  const SwitchConfig &config = ReadHost().FindSwitchById(meaning.switch_id).config;
   const Property *property = config.PropertiesAt({meaning.level, meaning.port}).Find(meaning.key);
   if (property == nullptr) throw StatusError(ZEL_NOT_FOUND);
   return *property;
@@ -35,9 +35,9 @@ inline const Property &PropertyOfHandle(const void *handle) {
 
 /** What `answer()` gives, or 0 or null where it is refused. */
 template <typename Answer>
-auto OrNothing(Answer answer) {
+auto OrNothing(Answer answer, const char *function = __builtin_FUNCTION()) {
   decltype(answer()) found{};
-  Guarded([&] { found = answer(); });
+  ReadCall([&] { found = answer(); }, function);
   return found;
 }
 

@@ -3,6 +3,8 @@
 
 #include <exception>
 #include <stdexcept>
+#include <string>
+#include <utility>
 
 #include "host/export.h"
 
@@ -25,8 +27,15 @@ class KESTREL_HOST_EXPORT StatusError : public std::exception {
 /** The model contradicts itself, so that no status would be honest. `what()` is the message, in UTF-8. */
 class KESTREL_HOST_EXPORT FatalError : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  /** `exception` names the interpreter's class that scripts see. */
+  explicit FatalError(const std::string &message, std::string exception = "RuntimeError")
+      : std::runtime_error(message), exception_(std::move(exception)) {}
   ~FatalError() override;
+
+  const std::string &exception() const { return exception_; }
+
+ private:
+  std::string exception_;
 };
 
 }  // namespace kestrel::host

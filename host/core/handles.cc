@@ -1,12 +1,15 @@
 #include "host/core/handles.h"
 
+#include "host/core/errors.h"
+#include "kestrel/constants.h"
+
 namespace kestrel::host {
 
 void *HandleTable::HandleOf(const HandleMeaning &meaning) {
   const auto [place, is_new] = numbers_.try_emplace(meaning, next_);
   if (is_new) {
     try {
-      meanings_.emplace(next_, &place->first);
+      meanings_.emplace(next_, Entry{&place->first});
     } catch (...) {
       numbers_.erase(place);
       throw;
@@ -19,27 +22,15 @@ void *HandleTable::HandleOf(const HandleMeaning &meaning) {
 
 const HandleMeaning *HandleTable::Find(const void *handle) const {
   const auto found = meanings_.find(reinterpret_cast<std::uintptr_t>(handle));
-  return found == meanings_.end() ? nullptr : found->second;
+  return found == meanings_.end() ? nullptr : found->second.meaning;
 }
 
-template <typename Drop>
-void HandleTable::ForgetIf(Drop drop) noexcept {
-  for (auto entry = numbers_.begin(); entry != numbers_.end();) {
-    if (drop(entry->first)) {
-      meanings_.erase(entry->second);
-      entry = numbers_.erase(entry);
-    } else {
-      ++entry;
-    }
-  }
-}
-
-void HandleTable::ForgetSwitch(std::string_view id) noexcept {
-  ForgetIf([id](const HandleMeaning &meaning) { return meaning.switch_id == id; });
-}
-
-void HandleTable::ForgetPort(PortId port) noexcept {
-  ForgetIf([port](const HandleMeaning &meaning) { return meaning.port == port; });
+const std::string &HandleTable::KeepValue(const void *handle, std::string_view value) {
+  const auto found = meanings_.find(reinterpret_cast<std::uintptr_t>(handle));
+  if (found == meanings_.end()) throw StatusError(ZEL_INVALID_HANDLE);
+  std::string &kept = found->second.value;
+  if (kept != value) kept = value;
+  return kept;
 }
 
 }  // namespace kestrel::host

@@ -23,12 +23,15 @@ struct HandleMeaning {
   /** For a property. */
   PropertyLevel level = PropertyLevel::kSwitch;
   std::string key{};
+  /** Switch::number. */
+  std::uint64_t switch_number = 0;
 
   auto operator<=>(const HandleMeaning &) const = default;
 };
 
 /** Handles are numbers in the shape of pointers. They are looked up and never followed, and a number is not used again,
-    so that one that is stale or was never a handle is told from one that is good. */
+    so that one that is stale or was never a handle is told from one that is good. They belong to a process; what they
+    stand for may be gone. */
 class KESTREL_HOST_EXPORT HandleTable {
  public:
   /** The handle of something, the same one at every call. */
@@ -36,17 +39,33 @@ class KESTREL_HOST_EXPORT HandleTable {
   /** Null for no handle. */
   const HandleMeaning *Find(const void *handle) const;
 
-  /** Ends every handle of a switch and what belongs to it. */
-  void ForgetSwitch(std::string_view id) noexcept;
-  /** Ends every handle of a port and its properties. */
-  void ForgetPort(PortId port) noexcept;
+  /** Keeps the value of a property for whoever holds its handle, at one address for as long as it is the same. Throws
+      StatusError ZEL_INVALID_HANDLE. */
+  const std::string &KeepValue(const void *handle, std::string_view value);
+
+  /** Ends the handles for which `drop(meaning)` is true; it must not throw. */
+  template <typename Drop>
+  void ForgetIf(Drop drop) noexcept {
+    for (auto entry = numbers_.begin(); entry != numbers_.end();) {
+      if (drop(entry->first)) {
+        meanings_.erase(entry->second);
+        entry = numbers_.erase(entry);
+      } else {
+        ++entry;
+      }
+    }
+  }
+
+  std::size_t size() const { return numbers_.size(); }
 
  private:
-  template <typename Drop>
-  void ForgetIf(Drop drop) noexcept;
+  struct Entry {
+    const HandleMeaning *meaning;
+    std::string value{};
+  };
 
   std::map<HandleMeaning, std::uintptr_t> numbers_;
-  std::map<std::uintptr_t, const HandleMeaning *> meanings_;
+  std::map<std::uintptr_t, Entry> meanings_;
   /** Apart from each other as objects would be. */
   std::uintptr_t next_ = 0x10000;
 };

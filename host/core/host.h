@@ -2,17 +2,22 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
+#include "host/core/capture.h"
 #include "host/core/clock.h"
-#include "host/core/handles.h"
+#include "host/core/enhanced_datapath.h"
 #include "host/core/host_defaults.h"
 #include "host/core/mac_table.h"
 #include "host/core/nic_table.h"
 #include "host/core/property.h"
+#include "host/core/revision.h"
 #include "host/core/runtime_options.h"
+#include "host/core/state_image.h"
 #include "host/core/store.h"
 #include "host/core/switch.h"
 #include "host/core/switch_set.h"
@@ -40,12 +45,18 @@ struct UplinkSpec {
 };
 
 /** Switches, NICs, their store and their clock. Every operation does all or nothing. Calls must not overlap, as they do
-    not under the interpreter's lock: the host takes no lock of its own. */
+    not under the interpreter's lock: the host takes no lock of its own.
+
+    A host may have a file behind it (host_file.h), which writes down after each call what has changed. So each change
+    has to be noted:
+    - a switch is changed through what Get, or a set of switches that is not const, hands out, which notes the switch;
+    - within it, SwitchConfig notes what its operations change; a table keeps a ChangeList of its keys, or a revision
+      that goes up;
+    - NICs, clock, defaults and options are compared with what the file has.
+    A new member of the host needs nothing here, but a place in the file (host_file_tables.h). */
 class KESTREL_HOST_EXPORT Host {
  public:
   Host() = default;
-  Host(const Host &) = delete;
-  Host &operator=(const Host &) = delete;
 
   // ---- Time ----
 
@@ -55,12 +66,18 @@ class KESTREL_HOST_EXPORT Host {
 
   // ---- NICs ----
 
-  /** Throws as NicTable::Add does. */
+  /** Throw as NicTable::Add does. */
   void AddNic(std::string name, LinkStatus link);
-  /** Throws StatusError ZEL_NOT_FOUND. */
+  void AddNic(std::string name, const Nic &nic);
+  /** Takes a NIC away for good, out of the uplink that it may be in. Throws StatusError ZEL_NOT_FOUND. */
+  void RemoveNic(std::string_view name);
+  /** Makes a NIC, and what it is connected to, what is written. Throws as NicTable::Set does. */
+  void SetNic(std::string_view name, const Nic &nic);
+  /** Throws as NicTable::Set does. */
   void SetNicLink(std::string_view name, LinkStatus link);
   /** Takes the link of a NIC down by hand, or lets it be what it is again. Throws StatusError ZEL_NOT_FOUND. */
   void SetNicEnabled(std::string_view name, bool enabled);
+  const NicTable &nics() const { return nics_; }
   /** The link of a NIC that is plugged in somewhere. */
   LinkStatus LinkOfPluggedNic(std::string_view name) const;
 
@@ -74,6 +91,8 @@ class KESTREL_HOST_EXPORT Host {
   const Switch &FindSwitchById(std::string_view id) const;
   /** The switch of that alias; its portset name does not count. */
   const Switch &FindSwitchByAlias(std::string_view alias) const;
+  /** Switch::number of the switch of that id, running or released; 0 when there is none. */
+  std::uint64_t NumberOfSwitch(std::string_view id) const;
   /** The switch that has that port. */
   const Switch &FindSwitchOfPort(PortId port) const;
   /** The switch that a NIC is plugged into. */
@@ -88,6 +107,11 @@ class KESTREL_HOST_EXPORT Host {
   /** Throw as SwitchConfig::SetVersion and SetMaxPorts do. */
   void SetVersion(std::string_view owner, std::uint32_t version);
   void SetMaxPorts(std::string_view owner, std::uint32_t max_ports);
+  /** Makes this host a member of a switch. Throws StatusError ZEL_IS_CONNECTED when it is one. */
+  void Associate(std::string_view owner);
+  /** Ends the membership. Throws StatusError ZEL_IS_DISCONNECTED when there is none, ZEL_BUSY while a client is
+      connected. */
+  void Dissociate(std::string_view owner);
 
   // ---- Structure, always saved ----
 
@@ -105,18 +129,30 @@ class KESTREL_HOST_EXPORT Host {
   void ReplaceUplinks(std::string_view owner, const std::vector<UplinkSpec> &uplinks);
   /** Throws as SwitchConfig::AddLag does. */
   void AddLag(std::string_view owner, Lag lag);
-  /** Plugs a client, or a NIC, into the port of that distributed-port id. Throws as SwitchConfig::Connect does, and
+  /** Policies that name the group keep its name. Throws StatusError ZEL_NOT_FOUND. */
+  void RemoveLag(std::string_view owner, std::string_view lag);
+  /** Plugs a client, or a NIC, into the port of that distributed-port id, whose counters begin anew. A client that
+      brings no address is given one. Throws as SwitchConfig::Connect does, and
       StatusError ZEL_NOT_FOUND for an unknown port or NIC, ZEL_IS_CONNECTED for a NIC that is in another switch. */
   void Connect(std::string_view owner, std::string_view port, Client client);
-  /** Pulls the client, or the NIC, out of a port. Addresses learned from it are left to age. Throws StatusError
-      ZEL_NOT_FOUND for an unknown port, ZEL_IS_DISCONNECTED for a free one. */
+  /** Pulls the client, or the NIC, out of a port. Addresses learned from it are left to age; the groups it has joined
+      go with it. Throws StatusError ZEL_NOT_FOUND for an unknown port, ZEL_IS_DISCONNECTED for a free one. */
   void Disconnect(std::string_view owner, std::string_view port);
+  /** What the client of a port asks of its adapter from now on. Throws as SwitchConfig::SetAdapter does. */
+  void SetAdapter(std::string_view owner, std::string_view port, const Adapter &adapter);
+
+  /** Says which NUMA node the client of a port runs on. Throws StatusError ZEL_NOT_FOUND for an unknown port. */
+  void SetClientNode(std::string_view owner, std::string_view port, std::uint32_t node);
+  /** Reads anew which NUMA nodes the NICs of a switch are near to. */
+  void RefreshNumaNodes(std::string_view owner);
 
   // ---- Properties ----
 
   /** The value in use: the one that is set, else the default of its key. Throws as ReadProperty does, and StatusError
-      ZEL_NOT_FOUND for an unknown owner, as the other two do. */
+      ZEL_NOT_FOUND for an unknown owner, as the others do. */
   std::string PropertyOf(const PropertyOwner &owner, std::string_view key) const;
+  /** The same as an offload device sees it, which is not given what is not replicated and goes by the default then. */
+  std::string OffloadedPropertyOf(const PropertyOwner &owner, std::string_view key) const;
   /** Sets a value; its type tells whether it is saved too. Throws as CheckProperty does, and StatusError ZEL_BAD_PARAM
       for an unknown type. */
   void SetProperty(const PropertyOwner &owner, std::string_view key, const Property &property);
@@ -131,18 +167,48 @@ class KESTREL_HOST_EXPORT Host {
   void SetPortVlan(std::string_view owner, std::string_view port, const VlanPolicy &policy, Persistence persistence);
   void ClearPortVlan(std::string_view owner, std::string_view port);
 
+  // ---- Images: docs/state-image.md ----
+
+  /** The image of the switches in use, of those that are saved, of one in use. All throw as FrameImage does. */
+  std::string ImageOfState() const;
+  std::string ImageOfSavedState() const;
+  std::string ImageOfSwitch(std::string_view owner) const;
+  /** Puts the state of an image in the place of all switches, in use and saved. Throws as StateOfImage does,
+     StatusError ZEL_NOT_FOUND for a NIC that the host lacks. */
+  void InitState(std::string_view image);
+  /** Puts one switch back, from an image of it alone. Throws as InitState does, StatusError ZEL_BAD_PARAM for an image
+     of anything else than this switch, ZEL_EXISTS for a name or a port that another switch has, ZEL_IS_CONNECTED for a
+     NIC that is in another one. */
+  void RestoreSwitch(std::string_view owner, std::string_view image);
+  /** Puts the saved side of an image in the place of the configuration, in use and saved; clients stay connected.
+     Throws as StateOfImage does, StatusError ZEL_BUSY when there is no place for a client. */
+  void ReplaceConfig(std::string_view image);
+  /** The image of a port in use; of a port as it is saved, in the form of a version. Throw as ImageOfPort does,
+     StatusError ZEL_NOT_FOUND for an unknown port. */
+  std::string ImageOfPortInUse(std::string_view owner, std::string_view port) const;
+  std::string ImageOfSavedPort(std::string_view owner, std::string_view port, std::uint32_t version) const;
+  /** Adds a port with the state in an image. Throws as SwitchConfig::AddPort, PortOfImage and CheckProperty do, but
+     that what a value refers to may be missing, StatusError ZEL_EXISTS for an external identifier that is taken. */
+  PortId AddPortOfImage(std::string_view owner, std::string port, std::string_view image);
+
   // ---- What holds on the whole host, until the configuration is loaded anew ----
 
   const VSMACLearningGlobalProps &mac_learning() const { return mac_learning_; }
   /** Throws StatusError ZEL_BAD_PARAM for an ageing time of 0 or above VS_MAC_LEARNING_AGING_TIME_MAX. */
   void SetMacLearning(const VSMACLearningGlobalProps &defaults);
   const RuntimeOptions &options() const { return options_; }
-  RuntimeOptions &options() { return options_; }
+  /** To change them. */
+  RuntimeOptions &options() {
+    revision_.Renew();
+    return options_;
+  }
+  /** Another one after every change of the NICs, of the runtime options and of the defaults of MAC learning: with the
+      revision of a switch's configuration, it tells whether what was derived from them still holds. */
+  std::uint64_t revision() const { return revision_.number(); }
 
-  // ---- Handles ----
-
-  const HandleTable &handles() const { return handles_; }
-  HandleTable &handles() { return handles_; }
+  const EnhancedDatapath &datapath() const { return datapath_; }
+  /** To change it. */
+  EnhancedDatapath &datapath() { return datapath_; }
 
   // ---- Addresses ----
 
@@ -152,9 +218,25 @@ class KESTREL_HOST_EXPORT Host {
   Learning SeeSource(std::string_view owner, PortId port, const MacKey &source);
   /** Enters an address behind a port for good. Throws as SeeSource and MacTable::Enter do. */
   void EnterAddress(std::string_view owner, PortId port, const MacKey &address, VSMACAddrType kind);
+  /** Drops the learned addresses of a switch; gives their number. */
+  std::size_t FlushAddresses(std::string_view owner);
   /** Takes an address from behind a port. Throws StatusError ZEL_NOT_FOUND when it is not there, ZEL_READ_ONLY for the
       static entry of a client. */
   void RemoveAddress(std::string_view owner, PortId port, const MacKey &address);
+
+  // ---- Traffic ----
+
+  /** Lets a frame come in through a port, from its client or, for an uplink, from the network. Throws StatusError
+      ZEL_NOT_FOUND for an unknown port, ZEL_IS_DISCONNECTED for a free one, ZEL_ENETDOWN for a NIC without a link,
+      ZEL_BAD_PARAM for bytes that are no frame. What becomes of the frame is no failure. */
+  void SendFrame(std::string_view owner, std::string_view port, FrameBytes bytes);
+
+  /** Keeps what leaves a port from now on. Throws as CaptureTable::Start does, and StatusError ZEL_NOT_FOUND for an
+      unknown port, as the others do. */
+  void StartCapture(std::string_view owner, std::string_view port, const CaptureOptions &options = {});
+  void StopCapture(std::string_view owner, std::string_view port);
+  Captured TakeCapture(std::string_view owner, std::string_view port);
+  CaptureTable &captures() { return captures_; }
 
   // ---- Life of the configuration ----
 
@@ -169,8 +251,42 @@ class KESTREL_HOST_EXPORT Host {
   /** Releases the switches. The NICs, the time and the saved configuration remain. */
   void Cleanup() noexcept;
 
+  // ---- The host as a whole ----
+
+  /** Starts the host anew, as after a loss of power: switches run on their saved configuration, and what traffic made
+      of them is gone, as are the defaults and options that were set. NICs, clients with their own addresses and the
+     time remain. */
+  void Restart();
+  /** What the host is now, as a value. */
+  std::unique_ptr<const Host> Snapshot() const;
+  /** Becomes what a host was. Its switches count as others than before: handles to those end. */
+  void Restore(const Host &snapshot);
+  /** Becomes what it was itself a moment ago, as if nothing had happened since. */
+  void TakeBack(const Host &snapshot) { *this = Host(snapshot); }
+
  private:
+  friend class HostFile;
+  friend class HostFileTables;
+
+  Host(const Host &) = default;
+  Host(Host &&) = default;
+  Host &operator=(const Host &) = delete;
+  Host &operator=(Host &&) = default;
+
   Switch &Get(std::string_view name);
+  /** Puts switches that are fit for this host in the place of all. */
+  void Install(std::vector<SwitchState> switches);
+  /** The saved side of a switch in use. */
+  const SwitchConfig &SavedOf(const SwitchConfig &in_use) const;
+  /** Null when the NIC is in no switch. */
+  Switch *FindOwnerOfNic(std::string_view nic);
+  /** Does what is due until a time; what there is no memory for is left to the next time. */
+  void RunTimers(TimePoint end) noexcept;
+  /** The switch for which `owns(switch)` is true, looked for first where it was found the last time. */
+  template <typename Owners, typename Key, typename Owns>
+  const Switch &FindOwner(Owners &owners, const Key &key, Owns owns) const;
+  /** Where an address stands in the table of a switch: those of a private VLAN are under its primary one. */
+  MacKey InTable(const Switch &owner, const MacKey &key) const;
   /** Drops what refers to a port that is gone. */
   void ForgetPort(Switch &owner, PortId port) noexcept;
 
@@ -180,9 +296,14 @@ class KESTREL_HOST_EXPORT Host {
   Store store_;
   VSMACLearningGlobalProps mac_learning_ = kDefaultMacLearning;
   RuntimeOptions options_;
-  HandleTable handles_;
-  /** Above the range of port indexes, so that an index is not taken for an identifier. */
-  PortId next_port_id_ = 0x02000001;
+  EnhancedDatapath datapath_;
+  Revision revision_;
+  CaptureTable captures_;
+  /** Identifiers of switches: where ports and NICs were found the last time. They may be gone from there. */
+  mutable std::unordered_map<PortId, std::string> owners_of_ports_;
+  mutable TextMap<std::string> owners_of_nics_;
+  PortId next_port_id_ = kFirstPortId;
+  std::uint64_t next_switch_number_ = 1;
 };
 
 }  // namespace kestrel::host

@@ -1,10 +1,12 @@
 /* Changes of what a switch consists of. */
 #include <algorithm>
+#include <map>
 #include <utility>
 
 #include "host/core/both.h"
 #include "host/core/errors.h"
 #include "host/core/host.h"
+#include "host/core/team_watch.h"
 #include "kestrel/constants.h"
 
 namespace kestrel::host {
@@ -22,10 +24,13 @@ PortId Host::AddPort(std::string_view owner, std::string port, std::string exter
 
 PortId Host::AddUplink(std::string_view owner, std::string uplink, std::string port) {
   const Port added{.id = next_port_id_, .name = std::move(port)};
+  Switch &target = Get(owner);
+  TeamWatch watch(*this, target, TeamChange::kAll);
   MakeInBoth(
-      Get(owner).config, store_, [&](SwitchConfig &config) { config.AddUplink(uplink, added); },
+      target.config, store_, [&](SwitchConfig &config) { config.AddUplink(uplink, added); },
       [&](SwitchConfig &config) { config.RemovePort(added.id); });
   ++next_port_id_;
+  watch.Settle();
   return added.id;
 }
 
@@ -42,9 +47,11 @@ void Host::RemovePort(std::string_view owner, std::string_view port) {
 void Host::RemoveUplink(std::string_view owner, std::string_view uplink) {
   Switch &target = Get(owner);
   const PortId id = target.config.UplinkNamed(uplink).id;
+  TeamWatch watch(*this, target, TeamChange::kAll);
   store_.Update(target.config.spec().id, [id](SwitchConfig &saved) { saved.RemovePort(id); });
   target.config.RemovePort(id);
   ForgetPort(target, id);
+  watch.Settle();
 }
 
 void Host::ReplaceUplinks(std::string_view owner, const std::vector<UplinkSpec> &uplinks) {
@@ -81,45 +88,97 @@ void Host::ReplaceUplinks(std::string_view owner, const std::vector<UplinkSpec> 
     return changed;
   };
   SwitchConfig changed = replaced(former);
+  TeamWatch watch(*this, target, TeamChange::kAll);
   store_.Update(former.spec().id, [&](SwitchConfig &saved) { saved = replaced(saved); });
   target.config = std::move(changed);
   next_port_id_ += static_cast<PortId>(uplinks.size());
   for (const PortId id : gone) ForgetPort(target, id);
+  watch.Settle();
 }
 
 void Host::ForgetPort(Switch &owner, PortId port) noexcept {
-  owner.macs.RemoveIf([port](const MacKey &, const MacEntry &entry) { return entry.port == port; });
-  owner.unlearned.erase(port);
-  handles_.ForgetPort(port);
+  owner.runtime.macs.RemoveIf([port](const MacKey &, const MacEntry &entry) { return entry.port == port; });
+  owner.runtime.ports.Remove(port);
+  owner.runtime.multicast.ForgetPort(port);
+  owner.runtime.team.ForgetPort(port);
+  captures_.Forget(port);
+  datapath_.ForgetPort(port);
 }
 
 void Host::AddLag(std::string_view owner, Lag lag) {
+  Switch &target = Get(owner);
+  TeamWatch watch(*this, target, TeamChange::kAll);
   MakeInBoth(
-      Get(owner).config, store_, [&](SwitchConfig &config) { config.AddLag(lag); },
+      target.config, store_, [&](SwitchConfig &config) { config.AddLag(lag); },
       [&](SwitchConfig &config) { config.RemoveLag(lag.id); });
+  watch.Settle();
+}
+
+void Host::RemoveLag(std::string_view owner, std::string_view lag) {
+  Switch &target = Get(owner);
+  const Lag *removed = std::as_const(target.config).lags().FindNamed(lag);
+  if (removed == nullptr) throw StatusError(ZEL_NOT_FOUND);
+  const std::uint32_t id = removed->id;
+  TeamWatch watch(*this, target, TeamChange::kAll);
+  store_.Update(target.config.spec().id, [id](SwitchConfig &saved) { saved.RemoveLag(id); });
+  target.config.RemoveLag(id);
+  watch.Settle();
 }
 
 void Host::Connect(std::string_view owner, std::string_view port, Client client) {
-  SwitchConfig &in_use = Get(owner).config;
-  const PortId id = in_use.PortNamed(port).id;
-  if (client.type == VS_PORT_CLIENT_UPLINK) {
-    if (!nics_.FindLink(client.name)) throw StatusError(ZEL_NOT_FOUND);
-    for (const SavedSwitch &saved : store_.Switches()) {
-      if (saved.config.UplinkOfNic(client.name) != nullptr) throw StatusError(ZEL_IS_CONNECTED);
-    }
+  Switch &target = Get(owner);
+  const PortId id = target.config.PortNamed(port).id;
+  const Nic *nic = client.type == VS_PORT_CLIENT_UPLINK ? &nics_.Get(client.name) : nullptr;
+  if (client.address == MacAddress{}) client.address = nic == nullptr ? MakeAddress(client, id) : nic->address;
+  PortRuntime &runtime = target.runtime.ports.At(id);
+  const auto connect = [&] {
+    MakeInBoth(
+        target.config, store_, [&](SwitchConfig &config) { config.Connect(id, client); },
+        [&](SwitchConfig &config) { config.Disconnect(id); });
+    runtime = {.connected_at = clock_.Now()};
+  };
+  if (nic == nullptr) {
+    connect();
+    return;
   }
-  MakeInBoth(
-      in_use, store_, [&](SwitchConfig &config) { config.Connect(id, client); },
-      [&](SwitchConfig &config) { config.Disconnect(id); });
+  for (const SavedSwitch &saved : std::as_const(store_).Switches()) {
+    if (saved.config.UplinkOfNic(client.name) != nullptr) throw StatusError(ZEL_IS_CONNECTED);
+  }
+  TeamWatch watch(*this, target, TeamChange::kAll);
+  std::map<PortId, std::uint32_t> node{{id, nic->numa_node}};
+  connect();
+  target.runtime.team.ChangeChoices().uplink_nodes.merge(node);
+  watch.Settle();
 }
 
 void Host::Disconnect(std::string_view owner, std::string_view port) {
+  Switch &target = Get(owner);
+  const Port &left = target.config.PortNamed(port);
+  if (!left.client) throw StatusError(ZEL_IS_DISCONNECTED);
+  const PortId id = left.id;
+  const auto disconnect = [&] {
+    store_.Update(target.config.spec().id, [id](SwitchConfig &saved) { saved.Disconnect(id); });
+    target.config.Disconnect(id);
+    target.runtime.multicast.ForgetPort(id);
+  };
+  if (left.client->type != VS_PORT_CLIENT_UPLINK) {
+    disconnect();
+    return;
+  }
+  TeamWatch watch(*this, target, TeamChange::kAll);
+  disconnect();
+  target.runtime.team.ForgetPort(id);
+  watch.Settle();
+}
+
+void Host::SetAdapter(std::string_view owner, std::string_view port, const Adapter &adapter) {
   SwitchConfig &in_use = Get(owner).config;
   const Port &target = in_use.PortNamed(port);
-  if (!target.client) throw StatusError(ZEL_IS_DISCONNECTED);
   const PortId id = target.id;
-  store_.Update(in_use.spec().id, [id](SwitchConfig &saved) { saved.Disconnect(id); });
-  in_use.Disconnect(id);
+  Adapter former = target.client ? target.client->adapter : Adapter{};
+  MakeInBoth(
+      in_use, store_, [&](SwitchConfig &config) { config.SetAdapter(id, adapter); },
+      [&](SwitchConfig &config) { config.SetAdapter(id, std::move(former)); });
 }
 
 }  // namespace kestrel::host

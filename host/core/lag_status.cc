@@ -1,18 +1,17 @@
 #include "host/core/lag_status.h"
 
+#include "host/core/lacp.h"
+
 namespace kestrel::host {
 
 LagStatus StatusOfLag(const Host &host, const Switch &owner, const Lag &lag) {
   LagStatus status;
-  for (const std::string &member : lag.members) {
-    const Uplink *uplink = owner.config.uplinks().FindNamed(member);
-    const std::string *nic = uplink == nullptr ? nullptr : owner.config.NicOf(uplink->id);
-    if (nic == nullptr) continue;
-    if (host.LinkOfPluggedNic(*nic).state == ZEL_LINK_STATE_UP) {
+  for (const LacpMember &member : LacpMembersOf(host, owner, lag)) {
+    if (member.in_service) {
       status.state = ZEL_LINK_STATE_UP;
       status.up_members |= std::uint64_t{1} << status.nics.size();
     }
-    status.nics.push_back(*nic);
+    status.nics.push_back(*owner.config.NicOf(member.uplink));
   }
   return status;
 }

@@ -11,15 +11,15 @@
 namespace kestrel::host {
 
 struct LagStatus {
-  /** Up while the link of at least one member is. */
+  /** Up while at least one member is in service. */
   zel_LinkState state = ZEL_LINK_STATE_DOWN;
-  /** Bit i is set while the link of `nics[i]` is up. */
+  /** Bit i is set while the member of `nics[i]` is in service. */
   std::uint64_t up_members = 0;
   /** The members that have a NIC, in the order of the group. The texts live as long as the switch stays as it is. */
   std::vector<std::string_view> nics;
 };
 
-/** The status of a group of `owner`, from the links of its members' NICs. */
+/** The status of a group of `owner`. */
 KESTREL_HOST_EXPORT LagStatus StatusOfLag(const Host &host, const Switch &owner, const Lag &lag);
 
 }  // namespace kestrel::host

@@ -1,57 +1,205 @@
 #include "host/core/mac_table.h"
 
+#include <algorithm>
+#include <utility>
+
+#include "host/core/bytes.h"
 #include "host/core/errors.h"
 
 namespace kestrel::host {
+namespace {
+
+bool IsLearned(const MacEntry &entry) { return entry.kind == VS_MAC_ADDR_TYPE_LEARNED; }
+
+/** Compares as keys do. */
+std::uint64_t NumberOf(const MacKey &key) {
+  std::uint64_t number = key.vlan;
+  for (const std::uint8_t byte : key.address) number = number << 8 | byte;
+  return number;
+}
+
+}  // namespace
+
+std::string MacEntry::Save() const {
+  ByteWriter writer;
+  writer.Put(static_cast<std::uint8_t>(kind));
+  writer.Put(port);
+  writer.Put(static_cast<std::uint64_t>(last_seen.count()));
+  writer.Put(moves);
+  return writer.Take();
+}
+
+MacEntry MacEntry::Load(std::string_view bytes) {
+  ByteReader reader(bytes);
+  const auto kind = reader.Get<std::uint8_t>();
+  if (kind > VS_MAC_ADDR_TYPE_LEARNED) throw StatusError(ZEL_INVALID_METADATA);
+  MacEntry entry{};
+  entry.kind = static_cast<VSMACAddrType>(kind);
+  entry.port = reader.Get<PortId>();
+  entry.last_seen = TimePoint(static_cast<TimePoint::rep>(reader.Get<std::uint64_t>()));
+  entry.moves = reader.Get<std::uint32_t>();
+  reader.RequireEnd();
+  return entry;
+}
 
 Learning MacTable::Learn(const MacKey &key, PortId port, TimePoint now) {
-  const auto found = entries_.find(key);
-  if (found == entries_.end()) {
-    if (queue_.size() >= limits_.entries) return Learning::kFull;
-    const auto place = queue_.emplace(now, key).first;
-    try {
-      entries_.emplace(key, MacEntry{VS_MAC_ADDR_TYPE_LEARNED, port, now, 0});
-    } catch (...) {
-      queue_.erase(place);
-      throw;
-    }
+  const Slot slot = SlotOf(key);
+  if (slot == kNoSlot) {
+    if (learned_ >= limits_.entries) return Learning::kFull;
+    Link(Add({key, {VS_MAC_ADDR_TYPE_LEARNED, port, now, 0}}));
     return Learning::kNew;
   }
 
-  MacEntry &entry = found->second;
-  if (entry.kind != VS_MAC_ADDR_TYPE_LEARNED) return Learning::kFixed;
-  auto place = queue_.extract({entry.last_seen, key});
-  place.value().first = now;
-  queue_.insert(std::move(place));
+  MacEntry &entry = items_[slot].entry;
+  if (!IsLearned(entry)) return Learning::kFixed;
+  if (entry.port == port && entry.last_seen == now) return Learning::kRefreshed;
+  const bool has_moved = entry.port != port;
+  if (has_moved) {
+    ++learned_behind_[port];
+    --learned_behind_[entry.port];
+    entry.port = port;
+    ++entry.moves;
+  }
+  NoteChange(key);
   entry.last_seen = now;
-  if (entry.port == port) return Learning::kRefreshed;
-  entry.port = port;
-  ++entry.moves;
-  return Learning::kMoved;
+  if (slot != youngest_) {
+    Unlink(slot);
+    Link(slot);
+  }
+  return has_moved ? Learning::kMoved : Learning::kRefreshed;
 }
 
 void MacTable::Enter(const MacKey &key, VSMACAddrType kind, PortId port, TimePoint now) {
   if (kind != VS_MAC_ADDR_TYPE_STATIC && kind != VS_MAC_ADDR_TYPE_USER) throw StatusError(ZEL_BAD_PARAM);
   const MacEntry entered{kind, port, now, 0};
-  const auto [place, is_new] = entries_.try_emplace(key, entered);
-  if (is_new) return;
-  if (place->second.kind != VS_MAC_ADDR_TYPE_LEARNED) throw StatusError(ZEL_EXISTS);
-  queue_.erase({place->second.last_seen, key});
-  place->second = entered;
+  const Slot slot = SlotOf(key);
+  if (slot == kNoSlot) {
+    Add({key, entered});
+    return;
+  }
+  MacEntry &entry = items_[slot].entry;
+  if (!IsLearned(entry)) throw StatusError(ZEL_EXISTS);
+  Unlink(slot);
+  --learned_;
+  --learned_behind_[entry.port];
+  NoteChange(key);
+  entry = entered;
+}
+
+void MacTable::Restore(std::vector<MacItem> saved) {
+  std::ranges::sort(saved, {}, [](const MacItem &item) { return item.entry.last_seen; });
+  for (const MacItem &item : saved) {
+    Remove(item.key);
+    const Slot slot = Add(item);
+    if (!IsLearned(item.entry)) continue;
+    Slot older = youngest_;
+    while (older != kNoSlot && items_[older].entry.last_seen > item.entry.last_seen) older = links_[older].older;
+    LinkAfter(older, slot);
+  }
 }
 
 void MacTable::Remove(const MacKey &key) noexcept {
-  const auto found = entries_.find(key);
-  if (found == entries_.end()) return;
-  queue_.erase({found->second.last_seen, key});
-  entries_.erase(found);
+  const Slot slot = SlotOf(key);
+  if (slot != kNoSlot) RemoveAt(slot);
 }
 
 void MacTable::Expire(TimePoint now) noexcept {
-  while (!queue_.empty() && now - queue_.begin()->first >= limits_.ageing) {
-    entries_.erase(queue_.begin()->second);
-    queue_.erase(queue_.begin());
+  while (oldest_ != kNoSlot && now - items_[oldest_].entry.last_seen >= limits_.ageing) RemoveAt(oldest_);
+}
+
+std::span<const MacItem> MacTable::entries() const {
+  if (!is_sorted_) Sort();
+  return items_;
+}
+
+/** A learned entry still has to be linked. */
+Slot MacTable::Add(const MacItem &item) {
+  // All that can fail comes first.
+  index_.Reserve(items_.size() + 1);
+  if (links_.size() == links_.capacity()) links_.reserve(2 * links_.size() + 1);
+  std::size_t *behind = IsLearned(item.entry) ? &learned_behind_[item.entry.port] : nullptr;
+  items_.push_back(item);
+
+  links_.emplace_back();
+  const auto slot = static_cast<Slot>(items_.size() - 1);
+  index_.Add(HashOf(item.key), slot);
+  is_sorted_ = is_sorted_ && (slot == 0 || items_[slot - 1].key < item.key);
+  if (behind != nullptr) {
+    ++*behind;
+    ++learned_;
   }
+  NoteChange(item.key);
+  return slot;
+}
+
+void MacTable::RemoveAt(Slot slot) noexcept {
+  const MacItem gone = items_[slot];
+  NoteChange(gone.key);
+  if (IsLearned(gone.entry)) {
+    Unlink(slot);
+    --learned_;
+    const auto behind = learned_behind_.find(gone.entry.port);
+    if (--behind->second == 0) learned_behind_.erase(behind);
+  }
+  index_.Remove(HashOf(gone.key), slot);
+  const auto last = static_cast<Slot>(items_.size() - 1);
+  if (slot != last) {
+    is_sorted_ = false;
+    items_[slot] = items_[last];
+    links_[slot] = links_[last];
+    index_.Replace(HashOf(items_[slot].key), last, slot);
+    if (IsLearned(items_[slot].entry)) {
+      const Links &links = links_[slot];
+      (links.older == kNoSlot ? oldest_ : links_[links.older].younger) = slot;
+      (links.younger == kNoSlot ? youngest_ : links_[links.younger].older) = slot;
+    }
+  }
+  items_.pop_back();
+  links_.pop_back();
+}
+
+void MacTable::LinkAfter(Slot older, Slot slot) noexcept {
+  Slot &to_slot = older == kNoSlot ? oldest_ : links_[older].younger;
+  const Slot younger = std::exchange(to_slot, slot);
+  (younger == kNoSlot ? youngest_ : links_[younger].older) = slot;
+  links_[slot] = {older, younger};
+}
+
+void MacTable::Unlink(Slot slot) noexcept {
+  const Links links = std::exchange(links_[slot], {});
+  (links.older == kNoSlot ? oldest_ : links_[links.older].younger) = links.younger;
+  (links.younger == kNoSlot ? youngest_ : links_[links.younger].older) = links.older;
+}
+
+void MacTable::NoteChange(const MacKey &key) noexcept {
+  try {
+    changes_.Note(key);
+  } catch (...) {
+    // Without the memory to tell which, all may have.
+    changes_.NoteAll();
+  }
+}
+
+void MacTable::Sort() const {
+  std::vector<std::pair<std::uint64_t, Slot>> order(items_.size());
+  for (Slot slot = 0; slot < items_.size(); ++slot) order[slot] = {NumberOf(items_[slot].key), slot};
+  std::ranges::sort(order);
+
+  std::vector<Slot> to(items_.size());
+  for (Slot slot = 0; slot < order.size(); ++slot) to[order[slot].second] = slot;
+  const auto moved = [&to](Slot slot) { return slot == kNoSlot ? kNoSlot : to[slot]; };
+  std::vector<MacItem> items(items_.size());
+  std::vector<Links> links(items_.size());
+  for (Slot slot = 0; slot < to.size(); ++slot) {
+    items[to[slot]] = items_[slot];
+    links[to[slot]] = {moved(links_[slot].older), moved(links_[slot].younger)};
+  }
+  items_ = std::move(items);
+  links_ = std::move(links);
+  index_.ReplaceAll(to);
+  oldest_ = moved(oldest_);
+  youngest_ = moved(youngest_);
+  is_sorted_ = true;
 }
 
 }  // namespace kestrel::host

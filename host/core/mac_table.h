@@ -3,15 +3,20 @@
 
 #include <chrono>
 #include <cstdint>
-#include <functional>
-#include <map>
-#include <set>
-#include <utility>
+#include <cstring>
+#include <span>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
 
+#include "host/core/change_list.h"
 #include "host/core/clock.h"
 #include "host/core/mac_address.h"
-#include "host/core/port.h"
+#include "host/core/port_id.h"
+#include "host/core/slot_index.h"
 #include "host/core/vlan.h"
+#include "host/export.h"
 #include "kestrel/constants.h"
 
 namespace kestrel::host {
@@ -33,7 +38,19 @@ struct MacEntry {
   /** How often the address was seen behind another port than before. */
   std::uint32_t moves;
 
+  /** The entry as bytes, and back. Load throws StatusError ZEL_INVALID_METADATA for bytes that are none. */
+  KESTREL_HOST_EXPORT std::string Save() const;
+  KESTREL_HOST_EXPORT static MacEntry Load(std::string_view bytes);
+
   bool operator==(const MacEntry &) const = default;
+};
+
+/** An entry with its place in a table. */
+struct MacItem {
+  MacKey key;
+  MacEntry entry;
+
+  bool operator==(const MacItem &) const = default;
 };
 
 /** What a table made of a source address. */
@@ -54,7 +71,8 @@ struct MacLimits {
   Duration ageing = std::chrono::seconds(VS_MAC_LEARNING_AGING_TIME_DEFAULT);
 };
 
-class MacTable {
+/** Finding, learning, refreshing and dropping an entry take the same time whatever the size of the table. */
+class KESTREL_HOST_EXPORT MacTable {
  public:
   MacTable() = default;
   explicit MacTable(MacLimits limits) : limits_(limits) {}
@@ -62,13 +80,22 @@ class MacTable {
   /** From here on; entries above a new limit stay until their time is over. */
   void SetLimits(MacLimits limits) { limits_ = limits; }
 
-  /** Notes a frame from `key` through `port`. */
+  /** Null when there is none; good until the next change, as all that the table hands out. */
+  const MacEntry *Find(const MacKey &key) const {
+    const Slot slot = SlotOf(key);
+    return slot == kNoSlot ? nullptr : &items_[slot].entry;
+  }
+
+  /** Notes a frame from `key` through `port`. The time must not go back. */
   Learning Learn(const MacKey &key, PortId port, TimePoint now);
 
   /** Enters an address for good, in place of a learned entry if there is one. `kind` is VS_MAC_ADDR_TYPE_STATIC or
       VS_MAC_ADDR_TYPE_USER. Throws StatusError ZEL_BAD_PARAM for another kind, ZEL_EXISTS when the address has such an
       entry already. */
   void Enter(const MacKey &key, VSMACAddrType kind, PortId port, TimePoint now);
+
+  /** Puts entries that were saved back, in place of those of the same addresses. */
+  void Restore(std::vector<MacItem> saved);
 
   /** Drops an entry; no effect when there is none. */
   void Remove(const MacKey &key) noexcept;
@@ -79,23 +106,68 @@ class MacTable {
   /** Drops the entries for which `drop(key, entry)` is true; it must not throw. */
   template <typename Drop>
   void RemoveIf(Drop drop) noexcept {
-    for (auto entry = entries_.begin(); entry != entries_.end();) {
-      if (drop(entry->first, std::as_const(entry->second))) {
-        queue_.erase({entry->second.last_seen, entry->first});
-        entry = entries_.erase(entry);
+    for (Slot slot = 0; slot < items_.size();) {
+      // The last entry takes the place of one that is dropped.
+      if (drop(items_[slot].key, items_[slot].entry)) {
+        RemoveAt(slot);
       } else {
-        ++entry;
+        ++slot;
       }
     }
   }
 
-  const std::map<MacKey, MacEntry> &entries() const { return entries_; }
+  std::size_t size() const { return items_.size(); }
+  std::size_t learned() const { return learned_; }
+  /** How many learned entries are behind a port. */
+  std::size_t LearnedBehind(PortId port) const {
+    const auto found = learned_behind_.find(port);
+    return found == learned_behind_.end() ? 0 : found->second;
+  }
+
+  /** All of them in the order of their keys. The table sorts itself where it has changed since the last time. */
+  std::span<const MacItem> entries() const;
+
+  ChangeList<MacKey> &changes() { return changes_; }
+  const ChangeList<MacKey> &changes() const { return changes_; }
 
  private:
+  /** The neighbours among the learned entries, by when they were last seen. */
+  struct Links {
+    Slot older = kNoSlot;
+    Slot younger = kNoSlot;
+  };
+
+  static std::uint32_t HashOf(const MacKey &key) {
+    static_assert(sizeof key == sizeof(std::uint64_t));
+    std::uint64_t bits;
+    std::memcpy(&bits, &key, sizeof bits);
+    return SlotIndex::HashOf(bits);
+  }
+
+  Slot SlotOf(const MacKey &key) const {
+    return index_.Find(HashOf(key), [&](Slot slot) { return items_[slot].key == key; });
+  }
+  Slot Add(const MacItem &item);
+  void RemoveAt(Slot slot) noexcept;
+  /** Makes an entry the youngest of those that are learned. */
+  void Link(Slot slot) noexcept { LinkAfter(youngest_, slot); }
+  void LinkAfter(Slot older, Slot slot) noexcept;
+  void Unlink(Slot slot) noexcept;
+  void NoteChange(const MacKey &key) noexcept;
+  void Sort() const;
+
   MacLimits limits_;
-  std::map<MacKey, MacEntry> entries_;
-  /** The learned entries, the one seen longest ago first. */
-  std::set<std::pair<TimePoint, MacKey>> queue_;
+  /** Sorting moves them and changes nothing that can be seen but the order. */
+  mutable std::vector<MacItem> items_;
+  /** Of the same size. */
+  mutable std::vector<Links> links_;
+  mutable SlotIndex index_;
+  mutable Slot oldest_ = kNoSlot;
+  mutable Slot youngest_ = kNoSlot;
+  mutable bool is_sorted_ = true;
+  std::size_t learned_ = 0;
+  std::unordered_map<PortId, std::size_t> learned_behind_;
+  ChangeList<MacKey> changes_;
 };
 
 }  // namespace kestrel::host

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <optional>
 #include <utility>
 
 #include "host/core/errors.h"
@@ -10,6 +11,11 @@
 
 namespace kestrel::host {
 namespace {
+
+/** As far as the fields of an ERSPAN header reach. */
+constexpr unsigned kMaxErspanId = 0x3ff;
+constexpr unsigned kMaxErspanClass = 7;
+constexpr unsigned kMaxErspanUnit = 3;
 
 /** Checks a name in a field of a record. It must end within the field; an empty one may be allowed. */
 template <std::size_t width>
@@ -34,10 +40,10 @@ class Slots {
   }
 
   const DVMirrorSessionTable &head() const { return head_; }
-  DVMirrorSession Session(std::size_t i) const { return Item<DVMirrorSession>(sizeof head_, i); }
-  DVMirrorEntity Entity(std::size_t i) const { return Item<DVMirrorEntity>(Entities(), i); }
-  DVMirrorFilterRule Rule(std::size_t i) const { return Item<DVMirrorFilterRule>(Rules(), i); }
-  DVMirrorIpPrefix Prefix(std::size_t i) const {
+  DVMirrorSession Session(std::size_t i) { return Item<DVMirrorSession>(sizeof head_, i); }
+  DVMirrorEntity Entity(std::size_t i) { return Item<DVMirrorEntity>(Entities(), i); }
+  DVMirrorFilterRule Rule(std::size_t i) { return Item<DVMirrorFilterRule>(Rules(), i); }
+  DVMirrorIpPrefix Prefix(std::size_t i) {
     return Item<DVMirrorIpPrefix>(Rules() + head_.numFilterRules * sizeof(DVMirrorFilterRule), i);
   }
 
@@ -45,13 +51,18 @@ class Slots {
   std::size_t Entities() const { return sizeof head_ + head_.numSessions * sizeof(DVMirrorSession); }
   std::size_t Rules() const { return Entities() + head_.numEntities * sizeof(DVMirrorEntity); }
 
+  /** Slots that are shared are read as often as they are referred to, which a few bytes could do without end. */
   template <typename Record>
-  Record Item(std::size_t start, std::size_t i) const {
+  Record Item(std::size_t start, std::size_t i) {
+    read_ += sizeof(Record);
+    if (read_ > kMaxPropertyValue) throw StatusError(ZEL_LIMIT_EXCEEDED);
     return RecordAt<Record>(packed_, start + i * sizeof(Record));
   }
 
   std::string_view packed_;
   DVMirrorSessionTable head_;
+  /** In bytes: the size of the table were nothing shared. */
+  std::size_t read_ = sizeof(DVMirrorSessionTable);
 };
 
 void CheckEntity(const DVMirrorEntity &entity) {
@@ -61,7 +72,7 @@ void CheckEntity(const DVMirrorEntity &entity) {
   if (entity.type == MIRROR_ENTTYPE_VLAN && entity.vlan > kMaxVlanId) throw StatusError(ZEL_BAD_VLANID);
 }
 
-MirrorRule RuleOf(const Slots &slots, std::size_t i) {
+MirrorRule RuleOf(Slots &slots, std::size_t i) {
   MirrorRule rule{.head = slots.Rule(i), .prefixes = {}};
   const DVMirrorFilterRule &head = rule.head;
   const std::size_t count = std::size_t{head.numSrcIPs} + head.numDstIPs;
@@ -81,7 +92,7 @@ std::uint64_t EntityCount(const DVMirrorSession &session) {
   return std::uint64_t{session.numDstEntities} + session.numSrcInEntities + session.numSrcOutEntities;
 }
 
-MirrorSession SessionOf(const Slots &slots, std::size_t i) {
+MirrorSession SessionOf(Slots &slots, std::size_t i) {
   MirrorSession session{.head = slots.Session(i), .entities = {}, .rules = {}};
   const DVMirrorSession &head = session.head;
   CheckField(head.sid, false);
@@ -89,6 +100,7 @@ MirrorSession SessionOf(const Slots &slots, std::size_t i) {
   Require(head.type >= VS_DVMIRROR_SESSIONTYPE_MIXDST && head.type <= VS_DVMIRROR_SESSIONTYPE_LOGICAL_DVPORT);
   Require(head.uplinkFilter >= MIRROR_UPLINK_FILTER_NONE && head.uplinkFilter < MIRROR_UPLINK_FILTER_TYPE_MAX);
   Require(head.encapType >= DVMIRROR_ENCAP_GRE && head.encapType < DVMIRROR_ENCAP_TYPE_MAX);
+  Require(head.erspanID <= kMaxErspanId && head.erspanCOS <= kMaxErspanClass && head.erspanGra <= kMaxErspanUnit);
   if (head.encapVlan > kMaxVlanId) throw StatusError(ZEL_BAD_VLANID);
   const std::uint64_t entities_end = head.startIdx + EntityCount(head);
   Require(entities_end <= slots.head().numEntities);
@@ -109,15 +121,18 @@ Count CountOf(std::size_t count) {
   return static_cast<Count>(count);
 }
 
-/** Calls `visit(packed table, port or null)` for each table that a switch has. */
-template <typename Visit>
-void ForEachTable(const SwitchConfig &config, Visit visit) {
-  if (const Property *table = config.properties().Find(VSPROP_SWITCH_UPLINK_MIRROR_SESSIONS)) {
-    visit(table->value, nullptr);
-  }
-  for (const Port &port : config.ports().Items()) {
-    if (const Property *table = port.properties.Find(VSPROP_PORT_MIRROR_SESSIONS)) visit(table->value, &port);
-  }
+/** The session of that identifier, without taking the tables apart. */
+std::optional<DVMirrorSession> FindSession(const SwitchConfig &config, std::string_view id) {
+  std::optional<DVMirrorSession> found;
+  ForEachMirrorTable(config, [&](std::string_view packed, const Port * /*port*/) {
+    const auto count = RecordAt<DVMirrorSessionTable>(packed, 0).numSessions;
+    for (std::size_t i = 0; i < count; ++i) {
+      const auto session =
+          RecordAt<DVMirrorSession>(packed, sizeof(DVMirrorSessionTable) + i * sizeof(DVMirrorSession));
+      if (TextOf(session.sid) == id) found = session;
+    }
+  });
+  return found;
 }
 
 }  // namespace
@@ -137,7 +152,7 @@ std::uint64_t SizeOfMirrorTable(const DVMirrorSessionTable &head) {
 }
 
 MirrorTable MirrorTableOf(std::string_view packed) {
-  const Slots slots(packed);
+  Slots slots(packed);
   MirrorTable table{.version = slots.head().version, .sessions = {}};
   for (std::size_t i = 0; i < slots.head().numSessions; ++i) {
     MirrorSession session = SessionOf(slots, i);
@@ -178,7 +193,8 @@ std::string Pack(const MirrorTable &table) {
 
 void CheckMirrorTable(std::string_view value, const PropertyContext &where) {
   const MirrorTable table = MirrorTableOf(value);
-  ForEachTable(where.config, [&](std::string_view packed, const Port *port) {
+  if (where.may_dangle) return;
+  ForEachMirrorTable(where.config, [&](std::string_view packed, const Port *port) {
     if (port == where.port) return;
     for (const MirrorSession &other : MirrorTableOf(packed).sessions) {
       if (table.Find(other.id()) != nullptr) throw StatusError(ZEL_EXISTS);
@@ -190,10 +206,20 @@ std::string NoMirrorSessions(const PropertyContext & /*where*/) { return Pack({}
 
 std::vector<std::string> MirrorSessionsOf(const SwitchConfig &config) {
   std::vector<std::string> ids;
-  ForEachTable(config, [&ids](std::string_view packed, const Port * /*port*/) {
+  ForEachMirrorTable(config, [&ids](std::string_view packed, const Port * /*port*/) {
     for (const MirrorSession &session : MirrorTableOf(packed).sessions) ids.emplace_back(session.id());
   });
   return ids;
+}
+
+DVMirrorSession MirrorSessionNamed(const SwitchConfig &config, std::string_view id) {
+  const auto found = FindSession(config, id);
+  if (!found) throw StatusError(ZEL_NOT_FOUND);
+  return *found;
+}
+
+bool HasMirrorSession(const SwitchConfig &config, std::string_view id) noexcept {
+  return FindSession(config, id).has_value();
 }
 
 }  // namespace kestrel::host

@@ -4,6 +4,7 @@
 #include <map>
 #include <ranges>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 
 #include "host/core/errors.h"
@@ -19,27 +20,30 @@ class NamedTable {
  public:
   using Id = decltype(Item::id);
 
+  NamedTable() = default;
+  NamedTable(const NamedTable &other) : items_(other.items_) {
+    for (Item &item : Items()) Index(item);
+  }
+  NamedTable(NamedTable &&other) noexcept = default;
+  NamedTable &operator=(const NamedTable &other) { return *this = NamedTable(other); }
+  NamedTable &operator=(NamedTable &&other) noexcept = default;
+  ~NamedTable() = default;
+
   /** Null when there is none. The pointer lives as long as the item is in the table. */
-  const Item *Find(Id id) const {
-    const auto found = items_.find(id);
-    return found == items_.end() ? nullptr : &found->second;
-  }
-  Item *Find(Id id) { return const_cast<Item *>(std::as_const(*this).Find(id)); }
-  const Item *FindNamed(std::string_view name) const {
-    const auto found = ids_.find(name);
-    return found == ids_.end() ? nullptr : Find(found->second);
-  }
-  Item *FindNamed(std::string_view name) { return const_cast<Item *>(std::as_const(*this).FindNamed(name)); }
+  const Item *Find(Id id) const { return FindIn(by_id_, id); }
+  Item *Find(Id id) { return FindIn(by_id_, id); }
+  const Item *FindNamed(std::string_view name) const { return FindIn(by_name_, name); }
+  Item *FindNamed(std::string_view name) { return FindIn(by_name_, name); }
 
   /** Throws StatusError ZEL_EXISTS when the identifier or the name is taken. */
   void Add(Item item) {
     if (Find(item.id) != nullptr || FindNamed(item.name) != nullptr) throw StatusError(ZEL_EXISTS);
-    const auto name = ids_.emplace(item.name, item.id).first;
+    const Id id = item.id;
+    const auto place = items_.emplace(id, std::move(item)).first;
     try {
-      const Id id = item.id;
-      items_.emplace(id, std::move(item));
+      Index(place->second);
     } catch (...) {
-      ids_.erase(name);
+      Erase(place);
       throw;
     }
   }
@@ -47,9 +51,7 @@ class NamedTable {
   /** No effect when there is no such item. */
   void Remove(Id id) noexcept {
     const auto found = items_.find(id);
-    if (found == items_.end()) return;
-    ids_.erase(found->second.name);
-    items_.erase(found);
+    if (found != items_.end()) Erase(found);
   }
 
   /** Removes the items for which `drop(item)` is true; it must not throw. */
@@ -57,8 +59,7 @@ class NamedTable {
   void RemoveIf(Drop drop) noexcept {
     for (auto item = items_.begin(); item != items_.end();) {
       if (drop(std::as_const(item->second))) {
-        ids_.erase(item->second.name);
-        item = items_.erase(item);
+        item = Erase(item);
       } else {
         ++item;
       }
@@ -69,11 +70,29 @@ class NamedTable {
   auto Items() const { return std::views::values(items_); }
   auto Items() { return std::views::values(items_); }
 
-  bool operator==(const NamedTable &) const = default;
+  bool operator==(const NamedTable &other) const { return items_ == other.items_; }
 
  private:
-  std::map<Id, Item> items_;
-  TextMap<Id> ids_;
+  using Map = std::map<Id, Item>;
+
+  template <typename Places, typename Key>
+  static Item *FindIn(const Places &places, const Key &key) {
+    const auto found = places.find(key);
+    return found == places.end() ? nullptr : found->second;
+  }
+  void Index(Item &item) {
+    by_id_.emplace(item.id, &item);
+    by_name_.emplace(item.name, &item);
+  }
+  typename Map::iterator Erase(typename Map::iterator item) noexcept {
+    by_id_.erase(item->first);
+    by_name_.erase(item->second.name);
+    return items_.erase(item);
+  }
+
+  Map items_;
+  std::unordered_map<Id, Item *> by_id_;
+  TextMap<Item *> by_name_;
 };
 
 }  // namespace kestrel::host

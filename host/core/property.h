@@ -21,7 +21,7 @@ inline constexpr std::size_t kMaxPropertyValue = 1 << 20;
 struct Property {
   /** In the layout of the record that belongs to the key; plain bytes under a key that the host does not know. */
   std::string value;
-  /** A mask of *_PROP_TYPE. */
+  /** A mask of *_PROP_TYPE: see property_types.h. */
   std::uint32_t type = CONFIG_PROP_TYPE;
 
   bool operator==(const Property &) const = default;
@@ -49,6 +49,10 @@ class PropertySet {
     Remove(ready.key());
     map_.insert(std::move(ready));
   }
+  /** The same, quick for a key behind all others. */
+  void Append(std::string_view key, Property property) {
+    map_.insert_or_assign(map_.end(), std::string(key), std::move(property));
+  }
   void Remove(std::string_view key) noexcept {
     const auto found = map_.find(key);
     if (found != map_.end()) map_.erase(found);
@@ -68,6 +72,8 @@ struct PropertyPlace {
   PropertyLevel level = PropertyLevel::kSwitch;
   /** Of the port or uplink. */
   PortId port = 0;
+
+  bool operator==(const PropertyPlace &) const = default;
 };
 
 /** Whose property is meant, in the words of a caller. */

@@ -4,6 +4,7 @@
 #include <array>
 
 #include "host/core/errors.h"
+#include "host/core/host_defaults.h"
 #include "host/core/mirror_table.h"
 #include "host/core/names.h"
 #include "host/core/property_checks.h"
@@ -58,6 +59,9 @@ std::string NoMacManagement(Where /*where*/) {
 
 std::string Alias(Where where) { return where.config.spec().alias; }
 std::string Portset(Where where) { return where.config.spec().portset; }
+std::string PortsetState(Where where) {
+  return BytesOf(static_cast<zel_uint32>(where.config.spec().is_member ? 0 : ZEL_VDSPORTSET_STATE_DEACTIVE));
+}
 std::string Version(Where where) { return BytesOf(where.config.spec().version); }
 
 /** A count and, for each uplink, a field of `width` bytes. */
@@ -90,9 +94,15 @@ constexpr auto kRows = [] {
       {ZEL_VDSPROP_SWITCH_UPLINKPORTS, kSwitch, nullptr, UplinkNames},
       {ZEL_VDSPROP_HOST_UPLINKPORTS, kHost, nullptr, UplinkPorts},
       {ZEL_VDSPROP_HOST_PROXY, kHost, nullptr, Portset},
+      {ZEL_VDSPROP_HOST_PROXY_STATE, kHost, nullptr, PortsetState},
       {ZEL_VDSPROP_PORT_ALIAS, kPort, CheckTextOf<ZEL_VDS_PORT_ALIAS_MAX_LEN>, nullptr},
       {ZEL_VDSPROP_PORT_CONNECTID, kPort, CheckNumber<zel_uint32, 0, 0xffffffff>, nullptr},
       {ZEL_VDSPROP_PORT_BLOCK, kPort, CheckFlag, Zeros<zel_Bool>},
+      {ZEL_VDSPROP_PORT_STATUS, kPort, nullptr, nullptr},
+      {ZEL_VDSPROP_PORT_TYPE, kPort, nullptr, nullptr},
+      {ZEL_VDSPROP_PORT_VLAN, kPort, nullptr, nullptr},
+      {ZEL_VDSPROP_PORT_STATISTICS, kPort, nullptr, nullptr},
+      {ZEL_VDSPROP_PORT_LINK_STATUS, kPort, nullptr, nullptr},
       {VSPROP_MTU, kSwitch, CheckNumber<zel_uint32, kMinMtu, kMaxMtu>, Always<zel_uint32, kDefaultMtu>},
       {VSPROP_PVLAN_MAP, kSwitch, CheckPrivateVlanMap, Empty},
       {VSPROP_MULTICAST_FILTER, kSwitch,
@@ -101,15 +111,15 @@ constexpr auto kRows = [] {
       {VSPROP_SWITCH_TEAMING, kSwitch, CheckTeamPolicy, DefaultTeamPolicy},
       {VSPROP_SWITCH_FORWARDING_DISABLED, kSwitch, CheckFlag, Zeros<zel_Bool>},
       {VSPROP_SWITCH_UPLINK_MIRROR_SESSIONS, kSwitch, CheckMirrorTable, NoMirrorSessions},
-      {VSPROP_SWITCH_MAC_LEARNING, kSwitch, CheckSwitchMacLearning, HostMacLearning},
-      {VSPROP_SWITCH_MAC_LEARN_STATIC, kSwitch, CheckFlag, HostLearnStatic},
-      {VSPROP_SWITCH_STATIC_MAC_ALLOW, kSwitch, CheckFlag, HostStaticMacAllow},
+      {VSPROP_SWITCH_MAC_LEARNING, kSwitch, CheckSwitchMacLearning, HostMacLearning, DVS_VERSION_66},
+      {VSPROP_SWITCH_MAC_LEARN_STATIC, kSwitch, CheckFlag, HostLearnStatic, DVS_VERSION_66},
+      {VSPROP_SWITCH_STATIC_MAC_ALLOW, kSwitch, CheckFlag, HostStaticMacAllow, DVS_VERSION_66},
       {VSPROP_SWITCH_LLSPAN_RX_DISPATCHER, kSwitch, CheckNothing, nullptr},
       {VSPROP_SWITCH_STATUS, kHost, CheckNumber<zel_uint32, ZEL_VDS_STATUS_OK, ZEL_VDS_STATUS_DOWN>, nullptr},
       {VSPROP_RCF_INSN_TYPE, kSwitch, CheckNumber<trv_RCFInsnType, TRV_RCF_INSN_TYPE_CBPF, TRV_RCF_INSN_TYPE_EBPF>,
-       Always<trv_RCFInsnType, TRV_RCF_INSN_TYPE_CBPF>},
+       Always<trv_RCFInsnType, TRV_RCF_INSN_TYPE_CBPF>, VS_TRV_VDS_VERSION_10},
       {VSPROP_USER_MCAST_ADDRESSES, kSwitch, CheckUserMulticast, Zeros<VSUserMcastLegacyKeys>},
-      {VSPROP_LS_TEAMING_POLICY, kSwitch, CheckNamedTeams, NoNamedTeams},
+      {VSPROP_LS_TEAMING_POLICY, kSwitch, CheckNamedTeams, NoNamedTeams, VS_TRV_VDS_VERSION_10},
       {VSPROP_PORT_SECURITY, kPort, CheckSecurity, Always<zel_uint32, kStrict>},
       {VSPROP_PORT_TEAMING_POLICY, kPort, CheckTeamPolicy, TeamPolicyOfPort},
       {VSPROP_PORT_TEAMING_OVERRIDE, kPort, CheckTeamingOverride, nullptr},
@@ -120,14 +130,14 @@ constexpr auto kRows = [] {
       {VSPROP_PORT_MIRROR_SESSIONS, kPort, CheckMirrorTable, NoMirrorSessions},
       {VSPROP_PORT_VLAN_NESTEDTAG, kPort, CheckFlag, Zeros<zel_Bool>},
       {VSPROP_PORT_EXTRA_ETH_FRP, kPort, CheckExtraEthFilter, Zeros<VSExtraEthFilter>},
-      {VSPROP_PORT_MAC_MANAGEMENT, kPort, CheckMacManagement, NoMacManagement},
-      {VSPROP_PORT_MAC_LEARNING_STATS, kPort, nullptr, nullptr},
+      {VSPROP_PORT_MAC_MANAGEMENT, kPort, CheckMacManagement, NoMacManagement, DVS_VERSION_66},
+      {VSPROP_PORT_MAC_LEARNING_STATS, kPort, nullptr, nullptr, DVS_VERSION_66},
       {VSPROP_PORT_PRIORITY_RETAIN, kPort, CheckFlag, Zeros<zel_Bool>},
       {VSPROP_PORT_USER_MCAST_ADDRESSES, kPort, CheckUserMulticast, Zeros<VSUserMcastLegacyKeys>},
       {VSPROP_PORT_USER_MCAST_ADDRESSES_OVERRIDE, kPort, CheckFlag, Zeros<zel_Bool>},
-      {VSPROP_PORT_LS_TEAMING_POLICY, kPort, CheckFollowedTeam, nullptr},
-      {TRV_PRP_LAN_TEAMING_POLICY, kSwitch, CheckTeamPolicy, nullptr},
-      {TRV_ENS_PRP_TUNABLE_PROP, kSwitch, CheckPrpTunables, nullptr},
+      {VSPROP_PORT_LS_TEAMING_POLICY, kPort, CheckFollowedTeam, nullptr, VS_TRV_VDS_VERSION_10},
+      {TRV_PRP_LAN_TEAMING_POLICY, kSwitch, CheckTeamPolicy, nullptr, VS_TRV_VDS_VERSION_10},
+      {TRV_ENS_PRP_TUNABLE_PROP, kSwitch, CheckPrpTunables, nullptr, VS_TRV_VDS_VERSION_10},
   });
   std::ranges::sort(rows, {}, &PropertyRow::key);
   return rows;
@@ -140,7 +150,23 @@ PropertyContext ContextOf(PropertyPlace place, const VSMACLearningGlobalProps &d
   return {.defaults = defaults, .config = config, .port = port};
 }
 
+void CheckValue(std::string_view key, std::string_view value, PropertyLevel level, Where where) {
+  CheckPropertyKey(key, level);
+  if (value.size() > kMaxPropertyValue) throw StatusError(ZEL_LIMIT_EXCEEDED);
+  const PropertyRow *row = FindPropertyRow(key);
+  if (row == nullptr) return;
+  if (row->check == nullptr) throw StatusError(ZEL_READ_ONLY);
+  row->check(value, where);
+}
+
 }  // namespace
+
+std::span<const PropertyRow> PropertyRows() { return kRows; }
+
+bool IsKnownIn(std::uint32_t version, std::string_view key) {
+  const PropertyRow *row = FindPropertyRow(key);
+  return row == nullptr || row->since <= version;
+}
 
 const PropertyRow *FindPropertyRow(std::string_view key) {
   const auto found = std::ranges::lower_bound(kRows, key, {}, &PropertyRow::key);
@@ -155,12 +181,21 @@ void CheckPropertyKey(std::string_view key, PropertyLevel level) {
 
 void CheckProperty(std::string_view key, std::string_view value, PropertyPlace place,
                    const VSMACLearningGlobalProps &defaults, const SwitchConfig &config) {
-  CheckPropertyKey(key, place.level);
-  if (value.size() > kMaxPropertyValue) throw StatusError(ZEL_LIMIT_EXCEEDED);
-  const PropertyRow *row = FindPropertyRow(key);
-  if (row == nullptr) return;
-  if (row->check == nullptr) throw StatusError(ZEL_READ_ONLY);
-  row->check(value, ContextOf(place, defaults, config));
+  CheckValue(key, value, place.level, ContextOf(place, defaults, config));
+}
+
+void CheckKeptProperty(std::string_view key, std::string_view value, PropertyLevel level, const SwitchConfig &config) {
+  CheckValue(key, value, level,
+             {.defaults = kDefaultMacLearning, .config = config, .port = nullptr, .may_dangle = true});
+}
+
+void CheckArrivingProperty(std::string_view key, std::string_view value, const Port &port, const SwitchConfig &config) {
+  CheckKeptProperty(key, value, PropertyLevel::kPort, config);
+  try {
+    CheckValue(key, value, PropertyLevel::kPort, {.defaults = kDefaultMacLearning, .config = config, .port = &port});
+  } catch (const StatusError &refusal) {
+    if (refusal.status() != ZEL_NOT_FOUND) throw;
+  }
 }
 
 void CheckClearing(std::string_view key, PropertyPlace place, const VSMACLearningGlobalProps &defaults,
@@ -176,8 +211,14 @@ void CheckClearing(std::string_view key, PropertyPlace place, const VSMACLearnin
 
 std::string ReadProperty(std::string_view key, PropertyPlace place, const VSMACLearningGlobalProps &defaults,
                          const SwitchConfig &config) {
+  return ReadProperty(key, place, defaults, config, [](const Property &) { return true; });
+}
+
+std::string ReadProperty(std::string_view key, PropertyPlace place, const VSMACLearningGlobalProps &defaults,
+                         const SwitchConfig &config, bool (*is_seen)(const Property &)) {
   CheckPropertyKey(key, place.level);
-  if (const Property *set = config.PropertiesAt(place).Find(key)) return set->value;
+  const Property *set = config.PropertiesAt(place).Find(key);
+  if (set != nullptr && is_seen(*set)) return set->value;
   const PropertyRow *row = FindPropertyRow(key);
   if (row == nullptr || row->fallback == nullptr) throw StatusError(ZEL_NOT_FOUND);
   return row->fallback(ContextOf(place, defaults, config));

@@ -5,6 +5,7 @@
 
 #include "host/core/record_bytes.h"
 #include "kestrel/constants.h"
+#include "kestrel/policy_records.h"
 
 namespace kestrel::host {
 namespace {
@@ -34,19 +35,33 @@ class Fitter {
     host_.Connect(switch_, port, Client{VS_PORT_CLIENT_UPLINK, nic});
     return id;
   }
-  PortId Machine(const std::string &port, const std::string &adapter) {
-    return ClientPort(port, Client{VS_PORT_CLIENT_VNIC, adapter});
+  PortId Machine(const std::string &port, const std::string &adapter, const MacAddress &address) {
+    return ClientPort(port, Client{VS_PORT_CLIENT_VNIC, adapter, address});
   }
-  /** A service of the host has an address of its own from the start. */
   PortId Service(const std::string &port, const std::string &name, VlanId vlan, const MacAddress &address) {
-    const PortId id = ClientPort(port, Client{VS_PORT_CLIENT_TCPIP, name});
+    const PortId id = ClientPort(port, Client{VS_PORT_CLIENT_TCPIP, name, address});
     if (vlan != 0) Vlan(port, Access(vlan));
-    host_.EnterAddress(switch_, id, {vlan, address}, VS_MAC_ADDR_TYPE_STATIC);
     return id;
   }
   void FreePort(const std::string &port) { host_.AddPort(switch_, port); }
   void Group(std::uint32_t id, const std::string &name, std::vector<std::string> members) {
     host_.AddLag(switch_, Lag{id, name, std::move(members)});
+  }
+  /** Machines behind the port's client are heard, and may speak. */
+  void Learn(const std::string &port) {
+    VSPMACManagement management{};
+    management.portMACLearning = {.learning = 1,
+                                  .flooding = 0,
+                                  .macLimit = VSPORT_MAC_LEARNING_LIMIT_ENTRIES_DEFAULT,
+                                  .macLimitPolicy = VSPORT_MAC_LEARNING_LIMIT_POLICY_ALLOW};
+    const PropertyOwner owner{.switch_name = switch_, .level = PropertyLevel::kPort, .port = port};
+    host_.SetProperty(owner, VSPROP_PORT_MAC_MANAGEMENT, {BytesOf(management)});
+    host_.SetProperty(owner, VSPROP_PORT_SECURITY, {BytesOf(VSPropSecurity{})});
+  }
+  void PrivateVlans(VlanId primary, VlanId community) {
+    host_.SetProperty({.switch_name = switch_}, VSPROP_PVLAN_MAP,
+                      {BytesOf(VSPvlanMapEntry{primary, primary, VSPORT_PVLAN_TYPE_PROMISC, {}}) +
+                       BytesOf(VSPvlanMapEntry{primary, community, VSPORT_PVLAN_TYPE_COMMUNITY, {}})});
   }
   void Mtu(std::uint32_t mtu) { host_.SetProperty({.switch_name = switch_}, VSPROP_MTU, {BytesOf(mtu)}); }
   void Vlan(const std::string &port, const VlanPolicy &policy) {
@@ -78,15 +93,17 @@ void FitOutProduction(Host &host) {
   const PortId third = prod.Uplink("uplink4", "3", "vmnic3", Up(ZEL_LINK_SPEED_25000_MBPS));
   prod.Group(1, "lag1", {"uplink2", "uplink3", "uplink4"});
 
-  const PortId web1 = prod.Machine("10", "web-1.eth0");
-  const PortId web2 = prod.Machine("11", "web-2.eth0");
-  const PortId database = prod.Machine("12", "database.eth0");
-  const PortId router = prod.Machine("13", "router.eth0");
-  const PortId tenant1 = prod.Machine("14", "tenant-1.eth0");
-  const PortId tenant2 = prod.Machine("15", "tenant-2.eth0");
+  prod.Machine("10", "web-1.eth0", Address(1, 10));
+  prod.Machine("11", "web-2.eth0", Address(1, 11));
+  const PortId database = prod.Machine("12", "database.eth0", Address(1, 12));
+  const PortId router = prod.Machine("13", "router.eth0", Address(1, 13));
+  prod.Machine("14", "tenant-1.eth0", Address(1, 14));
+  prod.Machine("15", "tenant-2.eth0", Address(1, 15));
   prod.Service("16", "management", 0, Address(1, 16));
   prod.Service("17", "migration", 30, Address(1, 17));
   prod.FreePort("18");
+  prod.PrivateVlans(1100, 1101);
+  prod.Learn("13");
   prod.Vlan("10", Access(100));
   prod.Vlan("11", Access(100));
   prod.Vlan("12", Access(200));
@@ -95,20 +112,16 @@ void FitOutProduction(Host &host) {
   prod.Vlan("15", PrivateVlan(1101));
   prod.Vlan("18", Access(100));
 
-  prod.Pin(database, 200, Address(1, 12));
+  prod.Pin(database, 200, Address(2, 12));
   prod.Hear(alone, 0, Address(9, 1));
   prod.Hear(first, 100, Address(9, 2));
-  prod.Hear(web1, 100, Address(1, 10));
+  prod.Hear(router, 100, Address(3, 1));
   host.AdvanceClock(minutes(4));
-  prod.Hear(web2, 100, Address(1, 11));
-  prod.Hear(router, 100, Address(1, 13));
-  prod.Hear(router, 300, Address(1, 13));
-  prod.Hear(tenant1, 1101, Address(1, 14));
-  prod.Hear(tenant2, 1101, Address(1, 15));
+  prod.Hear(router, 300, Address(3, 2));
   host.AdvanceClock(seconds(90));
   // The far switch moved this station to another link of the group.
   prod.Hear(third, 100, Address(9, 2));
-  prod.Hear(web1, 100, Address(1, 10));
+  prod.Hear(router, 100, Address(3, 1));
 }
 
 void FitOutStorage(Host &host) {
@@ -122,13 +135,12 @@ void FitOutStorage(Host &host) {
 
   storage.Service("20", "storage-a", 40, Address(2, 20));
   storage.Service("21", "storage-b", 41, Address(2, 21));
-  const PortId backup = storage.Machine("22", "backup.eth0");
+  storage.Machine("22", "backup.eth0", Address(2, 22));
   storage.Vlan("22", Access(40));
 
   storage.Hear(left, 40, Address(9, 40));
   storage.Hear(right, 41, Address(9, 41));
   host.AdvanceClock(seconds(20));
-  storage.Hear(backup, 40, Address(2, 22));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 /* The configuration that outlasts the one in use. */
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -13,18 +14,23 @@ namespace kestrel::host {
 /** A switch as the store keeps it. */
 struct SavedSwitch {
   SwitchConfig config;
+  /** That of the running switch. */
+  std::uint64_t number = 0;
 };
 
 /** Keeps the saved configuration of every switch, in memory. Every operation does all or nothing. */
 class Store {
  public:
   /** Saves a new switch. Throws StatusError ZEL_EXISTS when one of its names is taken. */
-  void AddSwitch(const SwitchConfig &config) { switches_.Add(SavedSwitch{config}); }
+  void AddSwitch(const SwitchConfig &config, std::uint64_t number) { switches_.Add(SavedSwitch{config, number}); }
 
   /** No effect when there is no such switch. */
   void RemoveSwitch(std::string_view id) {
-    if (const SavedSwitch *saved = switches_.FindById(id)) switches_.Remove(*saved);
+    if (const SavedSwitch *saved = FindById(id)) switches_.Remove(*saved);
   }
+
+  /** Null when there is none. */
+  const SavedSwitch *FindById(std::string_view id) const { return switches_.FindById(id); }
 
   /** Whether a saved switch has this portset name or alias. */
   bool HasName(std::string_view name) const { return switches_.Find(name) != nullptr; }
@@ -45,6 +51,9 @@ class Store {
 
   /** What is saved, in the order in which the switches were made. */
   auto Switches() const { return switches_.Items(); }
+  /** To change them, or to write down what has changed. */
+  SwitchSet<SavedSwitch> &switches() { return switches_; }
+  const SwitchSet<SavedSwitch> &switches() const { return switches_; }
 
  private:
   SwitchSet<SavedSwitch> switches_;

@@ -2,19 +2,39 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 
 #include "host/core/mac_table.h"
+#include "host/core/mirror_plan.h"
+#include "host/core/mirror_runtime.h"
+#include "host/core/multicast_table.h"
+#include "host/core/port_runtime.h"
 #include "host/core/switch_config.h"
+#include "host/core/switch_plan.h"
+#include "host/core/team_runtime.h"
+#include "host/core/vlan_table.h"
 
 namespace kestrel::host {
 
-/** A switch at work: the configuration in use, and what traffic has made of it. */
+/** What traffic has made of a switch. */
+struct SwitchRuntime {
+  MacTable macs{};
+  PortRuntimeTable ports{};
+  VlanTable vlans{};
+  TeamRuntime team{};
+  MulticastTable multicast{};
+  MirrorRuntime mirrors{};
+};
+
+/** A switch at work. */
 struct Switch {
   SwitchConfig config;
-  MacTable macs{};
-  /** Frames whose source the table had no room for, by the port that they came in through. */
-  std::map<PortId, std::uint64_t> unlearned{};
+  SwitchRuntime runtime{};
+  /** Never used twice in the life of a host, so that a switch is told from a later one of the same id. */
+  std::uint64_t number = 0;
+  /** Made of the configuration. */
+  MirrorPlanCache mirror_plan{};
+  /** Made from the configuration, by whoever reads it; see PlanOf. */
+  mutable PlanCache plan{};
 };
 
 }  // namespace kestrel::host

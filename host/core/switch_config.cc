@@ -1,6 +1,7 @@
 #include "host/core/switch_config.h"
 
 #include <algorithm>
+#include <new>
 #include <set>
 #include <utility>
 
@@ -16,8 +17,10 @@ namespace {
 constexpr std::uint32_t kVersions[] = {DVS_VERSION_60, DVS_VERSION_65,        DVS_VERSION_66,
                                        DVS_VERSION_70, VS_TRV_VDS_VERSION_10, VS_TRVT_ON_DVS70_VERSION};
 
+static_assert(std::ranges::max(kVersions) == kNewestVersion);
+
 void CheckVersion(std::uint32_t version) {
-  if (std::ranges::find(kVersions, version) == std::end(kVersions)) throw StatusError(ZEL_BAD_PARAM);
+  if (!IsPublishedVersion(version)) throw StatusError(ZEL_BAD_PARAM);
 }
 
 void CheckMaxPorts(std::uint32_t max_ports) {
@@ -25,6 +28,8 @@ void CheckMaxPorts(std::uint32_t max_ports) {
 }
 
 }  // namespace
+
+bool IsPublishedVersion(std::uint32_t version) { return std::ranges::find(kVersions, version) != std::end(kVersions); }
 
 SwitchConfig::SwitchConfig(SwitchSpec spec) : spec_(std::move(spec)) {
   CheckName(spec_.id, ZEL_VDS_ID_MAX_LEN);
@@ -67,13 +72,21 @@ std::uint32_t SwitchConfig::CountActivePorts() const {
 void SwitchConfig::AddPort(Port port) {
   CheckName(port.name, ZEL_VDS_PORT_ID_MAX_LEN);
   if (ports_.size() >= spec_.max_ports) throw StatusError(ZEL_LIMIT_EXCEEDED);
+  const PortId id = port.id;
+  const bool has_properties = !port.properties.Items().empty();
   ports_.Add(std::move(port));
+  Note(ConfigPart::Kind::kPort, id);
+  if (has_properties) changes_.Note({.kind = ConfigPart::Kind::kProperties, .place = {PropertyLevel::kPort, id}});
 }
 
 void SwitchConfig::RemovePort(PortId id) noexcept {
+  if (ports_.Find(id) == nullptr) return;
   Disconnect(id);
   uplinks_.Remove(id);
   ports_.Remove(id);
+  Note(ConfigPart::Kind::kPort, id);
+  changes_.Note({.kind = ConfigPart::Kind::kProperties, .place = {PropertyLevel::kPort, id}});
+  changes_.Note({.kind = ConfigPart::Kind::kProperties, .place = {PropertyLevel::kUplink, id}});
 }
 
 void SwitchConfig::AddUplink(std::string name, Port port) {
@@ -90,6 +103,20 @@ void SwitchConfig::AddUplink(std::string name, Port port) {
 }
 
 void SwitchConfig::AddLag(Lag lag) {
+  CheckLag(lag);
+  for (const std::string &member : lag.members) UplinkNamed(member);
+  AddKeptLag(std::move(lag));
+}
+
+void SwitchConfig::AddKeptLag(Lag lag) {
+  CheckLag(lag);
+  for (const std::string &member : lag.members) CheckName(member, ZEL_VDS_PORT_ALIAS_MAX_LEN);
+  const std::uint32_t id = lag.id;
+  lags_.Add(std::move(lag));
+  Note(ConfigPart::Kind::kLag, id);
+}
+
+void SwitchConfig::CheckLag(const Lag &lag) const {
   CheckTeamingName(lag.name, VS_LACP_LAG_NAME_LENGTH);
   if (lag.members.empty()) throw StatusError(ZEL_BAD_PARAM);
   if (lags_.size() >= VS_MAX_LAGS || lag.members.size() > VS_MAX_UPLINKS_IN_LAG) {
@@ -99,14 +126,15 @@ void SwitchConfig::AddLag(Lag lag) {
   for (const Lag &other : lags_.Items()) taken.insert(other.members.begin(), other.members.end());
   std::set<std::string_view> own;
   for (const std::string &member : lag.members) {
-    UplinkNamed(member);
     if (taken.contains(member)) throw StatusError(ZEL_BUSY);
     if (!own.insert(member).second) throw StatusError(ZEL_BAD_PARAM);
   }
-  lags_.Add(std::move(lag));
 }
 
-void SwitchConfig::RemoveLag(std::uint32_t id) noexcept { lags_.Remove(id); }
+void SwitchConfig::RemoveLag(std::uint32_t id) noexcept {
+  lags_.Remove(id);
+  Note(ConfigPart::Kind::kLag, id);
+}
 
 void SwitchConfig::Connect(PortId id, Client client) {
   Port *port = ports_.Find(id);
@@ -116,9 +144,12 @@ void SwitchConfig::Connect(PortId id, Client client) {
   const bool is_station = client.type == VS_PORT_CLIENT_VNIC || client.type == VS_PORT_CLIENT_TCPIP;
   const bool belongs = is_uplink ? client.type == VS_PORT_CLIENT_UPLINK : is_station;
   if (!belongs) throw StatusError(ZEL_BAD_PARAM);
+  if (!spec_.is_member) throw StatusError(ZEL_IS_DISCONNECTED);
+  CheckAdapter(client.adapter);
   if (port->client) throw StatusError(ZEL_IS_CONNECTED);
   if (is_uplink && !nics_.emplace(client.name, id).second) throw StatusError(ZEL_IS_CONNECTED);
   port->client = std::move(client);
+  Note(ConfigPart::Kind::kPort, id);
 }
 
 void SwitchConfig::Disconnect(PortId id) noexcept {
@@ -126,17 +157,35 @@ void SwitchConfig::Disconnect(PortId id) noexcept {
   if (port == nullptr || !port->client) return;
   if (uplinks_.Find(id) != nullptr) nics_.erase(port->client->name);
   port->client.reset();
+  Note(ConfigPart::Kind::kPort, id);
+}
+
+void SwitchConfig::SetAdapter(PortId id, Adapter adapter) {
+  Port *port = ports_.Find(id);
+  if (port == nullptr) throw StatusError(ZEL_NOT_FOUND);
+  if (!port->client) throw StatusError(ZEL_IS_DISCONNECTED);
+  CheckAdapter(adapter);
+  port->client->adapter = std::move(adapter);
+  Note(ConfigPart::Kind::kPort, id);
 }
 
 void SwitchConfig::SetVersion(std::uint32_t version) {
   CheckVersion(version);
   spec_.version = version;
+  Note(ConfigPart::Kind::kSpec);
 }
 
 void SwitchConfig::SetMaxPorts(std::uint32_t max_ports) {
   CheckMaxPorts(max_ports);
   if (max_ports < ports_.size()) throw StatusError(ZEL_BUSY);
   spec_.max_ports = max_ports;
+  Note(ConfigPart::Kind::kSpec);
+}
+
+void SwitchConfig::SetMember(bool is_member) {
+  if (!is_member && CountActivePorts() != 0) throw StatusError(ZEL_BUSY);
+  spec_.is_member = is_member;
+  Note(ConfigPart::Kind::kSpec);
 }
 
 const PropertySet &SwitchConfig::PropertiesAt(PropertyPlace place) const {
@@ -155,22 +204,56 @@ const PropertySet &SwitchConfig::PropertiesAt(PropertyPlace place) const {
   throw StatusError(ZEL_NOT_FOUND);
 }
 
-PropertySet &SwitchConfig::PropertiesAt(PropertyPlace place) {
+PropertySet &SwitchConfig::PropertiesToChange(PropertyPlace place) {
+  revision_.Renew();
   return const_cast<PropertySet &>(std::as_const(*this).PropertiesAt(place));
 }
 
+void SwitchConfig::PutProperty(PropertyPlace place, PropertySet::Map::node_type ready) {
+  PropertySet &properties = PropertiesToChange(place);
+  NoteProperty(place, ready.key());
+  properties.Put(std::move(ready));
+}
+
+void SwitchConfig::RemoveProperty(PropertyPlace place, std::string_view key) {
+  PropertiesToChange(place).Remove(key);
+  NoteProperty(place, key);
+}
+
+PropertySet &SwitchConfig::PropertiesAt(PropertyPlace place) {
+  PropertySet &properties = PropertiesToChange(place);
+  changes_.Note({.kind = ConfigPart::Kind::kProperties, .place = place});
+  return properties;
+}
+
+void SwitchConfig::NoteProperty(PropertyPlace place, std::string_view key) noexcept {
+  if (!changes_.is_enabled()) return;
+  try {
+    changes_.Note({.kind = ConfigPart::Kind::kProperty, .place = place, .key = std::string(key)});
+  } catch (const std::bad_alloc &) {
+    changes_.NoteAll();
+  }
+}
+
 void SwitchConfig::ResetProperties() noexcept {
+  changes_.NoteAll();
+  revision_.Renew();
   properties_.Clear();
   host_properties_.Clear();
   for (Port &port : ports_.Items()) port.properties.Clear();
   for (Uplink &uplink : uplinks_.Items()) uplink.properties.Clear();
+  revision_.Renew();
 }
 
 void SwitchConfig::DropDangling() noexcept {
+  revision_.Renew();
   for (Lag &lag : lags_.Items()) {
-    std::erase_if(lag.members, [this](const std::string &name) { return uplinks_.FindNamed(name) == nullptr; });
+    if (std::erase_if(lag.members, [this](const std::string &name) { return uplinks_.FindNamed(name) == nullptr; })) {
+      Note(ConfigPart::Kind::kLag, lag.id);
+    }
   }
   lags_.RemoveIf([](const Lag &lag) { return lag.members.empty(); });
+  revision_.Renew();
 }
 
 void SwitchConfig::CheckTeamingName(std::string_view name, std::size_t width) const {

@@ -26,7 +26,7 @@ bool IsTeamMember(std::string_view name, const SwitchConfig &config) {
 
 /** The part that both kinds of policy have. */
 template <typename Policy>
-void CheckTeam(const Policy &policy, const SwitchConfig &config) {
+void CheckTeam(const Policy &policy, const PropertyContext &where) {
   if (policy.loadBalance > TEAM_FRP_TYPE_LB_LBT || (policy.linkCriteria & ~kCriteria) != 0 ||
       (policy.flags & ~kFlags) != 0) {
     throw StatusError(ZEL_BAD_PARAM);
@@ -37,13 +37,13 @@ void CheckTeam(const Policy &policy, const SwitchConfig &config) {
   for (std::size_t i = 0; i < count; ++i) {
     const std::string_view name = TextOf(policy.uplinkPortName[i]);
     CheckName(name, ZEL_VDS_PORT_ALIAS_MAX_LEN);
-    if (!IsTeamMember(name, config)) throw StatusError(ZEL_NOT_FOUND);
+    if (!where.may_dangle && !IsTeamMember(name, where.config)) throw StatusError(ZEL_NOT_FOUND);
     if (!seen.insert(name).second) throw StatusError(ZEL_BAD_PARAM);
   }
 }
 
 /** The policies of an LSTeamTable. Throws StatusError ZEL_BAD_PARAM when its size is not that of its count. */
-std::vector<LSTeamPolicy> NamedTeamsOf(std::string_view table) {
+std::vector<LSTeamPolicy> NamedTeamsIn(std::string_view table) {
   const std::size_t count = RecordAt<LSTeamTable>(table, 0).numLSTeam;
   if (table.size() != sizeof(LSTeamTable) + count * sizeof(LSTeamPolicy)) throw StatusError(ZEL_BAD_PARAM);
   std::vector<LSTeamPolicy> policies;
@@ -54,52 +54,16 @@ std::vector<LSTeamPolicy> NamedTeamsOf(std::string_view table) {
   return policies;
 }
 
-std::vector<LSTeamPolicy> NamedTeamsOf(const SwitchConfig &config) {
-  const Property *table = config.properties().Find(VSPROP_LS_TEAMING_POLICY);
-  return table == nullptr ? std::vector<LSTeamPolicy>{} : NamedTeamsOf(table->value);
-}
-
 const LSTeamPolicy *FindNamed(const std::vector<LSTeamPolicy> &policies, std::string_view name) {
   const auto found = std::ranges::find_if(policies, [name](const auto &policy) { return TextOf(policy.name) == name; });
   return found == policies.end() ? nullptr : &*found;
-}
-
-/** The NICs with a link behind an uplink or a group; nothing behind a name that is gone. */
-void AppendNics(const Host &host, const SwitchConfig &config, std::string_view name,
-                std::vector<std::string_view> &nics) {
-  const auto append = [&](std::string_view member) {
-    const Uplink *uplink = config.uplinks().FindNamed(member);
-    const std::string *nic = uplink == nullptr ? nullptr : config.NicOf(uplink->id);
-    if (nic != nullptr && host.LinkOfPluggedNic(*nic).state == ZEL_LINK_STATE_UP) nics.push_back(*nic);
-  };
-  if (const Lag *lag = config.lags().FindNamed(name)) {
-    for (const std::string &member : lag->members) append(member);
-  } else {
-    append(name);
-  }
-}
-
-/** Out of the active uplinks, or out of the standby ones while no active one has a link. */
-template <typename Policy>
-std::string_view ChooseNic(const Host &host, const SwitchConfig &config, const Policy &policy, PortId port) {
-  std::vector<std::string_view> nics;
-  const auto append = [&](std::uint32_t first, std::uint32_t count) {
-    for (std::uint32_t i = first; i < first + count; ++i) {
-      AppendNics(host, config, TextOf(policy.uplinkPortName[i]), nics);
-    }
-  };
-  append(0, policy.numActive);
-  if (nics.empty()) append(policy.numActive, policy.numStandby);
-  if (nics.empty()) throw StatusError(ZEL_NOT_FOUND);
-  const bool in_order = policy.loadBalance == TEAM_FRP_TYPE_FO_EXPLICIT || policy.loadBalance == TEAM_FRP_TYPE_NONE;
-  return nics[in_order ? 0 : port % nics.size()];
 }
 
 }  // namespace
 
 void CheckTeamPolicy(std::string_view value, const PropertyContext &where) {
   const auto policy = RecordOf<VSTeamPolicy>(value);
-  CheckTeam(policy, where.config);
+  CheckTeam(policy, where);
   if (policy.percentError > 100) throw StatusError(ZEL_BAD_PARAM);
 }
 
@@ -107,7 +71,7 @@ std::string DefaultTeamPolicy(const PropertyContext &where) {
   VSTeamPolicy policy{};
   policy.loadBalance = TEAM_FRP_TYPE_LB_SRCID;
   policy.linkCriteria = TEAM_FRP_CRIT_LINK_STATE;
-  policy.flags = TEAM_FRP_FLAG_NOTIFY_SWITCH;
+  policy.flags = TEAM_FRP_FLAG_REVERSE | TEAM_FRP_FLAG_NOTIFY_SWITCH;
   for (const Uplink &uplink : where.config.uplinks().Items()) {
     uplink.name.copy(policy.uplinkPortName[policy.numActive], ZEL_VDS_PORT_ALIAS_MAX_LEN - 1);
     ++policy.numActive;
@@ -120,14 +84,15 @@ std::string TeamPolicyOfPort(const PropertyContext &where) {
 }
 
 void CheckNamedTeams(std::string_view value, const PropertyContext &where) {
-  const std::vector<LSTeamPolicy> policies = NamedTeamsOf(value);
+  const std::vector<LSTeamPolicy> policies = NamedTeamsIn(value);
   std::set<std::string_view> names;
   for (const LSTeamPolicy &policy : policies) {
     const std::string_view name = TextOf(policy.name);
     CheckName(name, sizeof policy.name);
     if (!names.insert(name).second) throw StatusError(ZEL_EXISTS);
-    CheckTeam(policy, where.config);
+    CheckTeam(policy, where);
   }
+  if (where.may_dangle) return;
   for (const Port &port : where.config.ports().Items()) {
     const Property *followed = port.properties.Find(VSPROP_PORT_LS_TEAMING_POLICY);
     if (followed != nullptr && !names.contains(TextOf(followed->value))) throw StatusError(ZEL_BUSY);
@@ -138,33 +103,18 @@ std::string NoNamedTeams(const PropertyContext & /*where*/) { return BytesOf(LST
 
 void CheckFollowedTeam(std::string_view value, const PropertyContext &where) {
   CheckText(value, sizeof(LSTeamPolicy::name));
+  if (where.may_dangle) return;
   if (FindNamed(NamedTeamsOf(where.config), TextOf(value)) == nullptr) throw StatusError(ZEL_NOT_FOUND);
 }
 
 void CheckTeamingOverride(std::string_view value, const PropertyContext &where) {
   CheckText(value, ZEL_VDS_PORT_ALIAS_MAX_LEN);
-  if (!IsTeamMember(TextOf(value), where.config)) throw StatusError(ZEL_NOT_FOUND);
+  if (!where.may_dangle && !IsTeamMember(TextOf(value), where.config)) throw StatusError(ZEL_NOT_FOUND);
 }
 
-std::string_view TeamUplinkOf(const Host &host, const Switch &owner, const Port &port) {
-  const SwitchConfig &config = owner.config;
-  if (const Property *tied = port.properties.Find(VSPROP_PORT_TEAMING_OVERRIDE)) {
-    std::vector<std::string_view> nics;
-    AppendNics(host, config, TextOf(tied->value), nics);
-    if (nics.empty()) throw StatusError(ZEL_NOT_FOUND);
-    return nics[port.id % nics.size()];
-  }
-  if (const Property *followed = port.properties.Find(VSPROP_PORT_LS_TEAMING_POLICY)) {
-    const std::vector<LSTeamPolicy> policies = NamedTeamsOf(config);
-    // A table that was for the runtime only may be gone while the port still names one of its policies.
-    if (const LSTeamPolicy *policy = FindNamed(policies, TextOf(followed->value))) {
-      return ChooseNic(host, config, *policy, port.id);
-    }
-  }
-  const auto policy = RecordOf<VSTeamPolicy>(
-      host.PropertyOf({.switch_name = config.spec().portset, .level = PropertyLevel::kPort, .port = port.name},
-                      VSPROP_PORT_TEAMING_POLICY));
-  return ChooseNic(host, config, policy, port.id);
+std::vector<LSTeamPolicy> NamedTeamsOf(const SwitchConfig &config) {
+  const Property *table = config.properties().Find(VSPROP_LS_TEAMING_POLICY);
+  return table == nullptr ? std::vector<LSTeamPolicy>{} : NamedTeamsIn(table->value);
 }
 
 }  // namespace kestrel::host

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "host/core/host.h"
 #include "host/core/property_table.h"
@@ -37,9 +38,7 @@ void CheckFollowedTeam(std::string_view value, const PropertyContext &where);
     or group. */
 void CheckTeamingOverride(std::string_view value, const PropertyContext &where);
 
-/** The NIC that carries the frames of a port at the moment: of the uplink that the port is tied to, else out of the
-    policy that the port follows, else out of its own or its switch's policy. Throws StatusError ZEL_NOT_FOUND when
-    there is none whose link is up. */
-KESTREL_HOST_EXPORT std::string_view TeamUplinkOf(const Host &host, const Switch &owner, const Port &port);
+/** The named policies of a switch. */
+std::vector<LSTeamPolicy> NamedTeamsOf(const SwitchConfig &config);
 
 }  // namespace kestrel::host

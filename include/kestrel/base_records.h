@@ -149,7 +149,7 @@ KESTREL_RECORD(zel_VDSPortVlanInfo, 4)
 typedef struct zel_VDSPortVlanInfo {
   zel_uint16 vlanID;                 // @0
   zel_uint16 numRanges;              // @2
-  zel_VDSPortVIDRange vidRanges[0];  // @4
+  zel_VDSPortVIDRange vidRanges[0];  // @4 counted by numRanges
 } KESTREL_PACKED zel_VDSPortVlanInfo;
 
 /** A socket address of any family; `sa_family` is ZEL_SOCKET_AF_*. */
@@ -163,7 +163,7 @@ typedef struct zel_SocketAddress {
 /** An IPv4 address in network byte order. */
 KESTREL_RECORD(zel_SocketIPAddressAddr, 4)
 typedef struct zel_SocketIPAddressAddr {
-  zel_uint32 s_addr;  // @0
+  zel_uint32 s_addr;  // @0 IPv4 address
 } KESTREL_PACKED zel_SocketIPAddressAddr;
 
 /** An IPv4 socket address; port and address are in network byte order. */

@@ -22,7 +22,7 @@ KESTREL_RECORD(DVPortList, 60)
 typedef struct DVPortList {
   int nports;            // @0
   DVSPortType type;      // @4
-  DVPortData dvPort[1];  // @8
+  DVPortData dvPort[1];  // @8 counted by nports
 } KESTREL_PACKED DVPortList;
 
 /** An IPv4 or IPv6 address, as `isIPv6` says, in network byte order. */
@@ -124,8 +124,8 @@ typedef struct DVMirrorSessionTable {
   zel_uint32 magicNum;          // @0 VS_DVMIRROR_MAGIC_NUM
   DVMirrorVersion version;      // @4
   zel_uint32 numSessions;       // @8
-  zel_uint32 numEntities;       // @12
-  zel_uint16 numFilterRules;    // @16
-  zel_uint16 numFilterIPs;      // @18
-  DVMirrorSession sessions[0];  // @20
+  zel_uint32 numEntities;       // @12 DVMirrorEntity entities follow the sessions
+  zel_uint16 numFilterRules;    // @16 DVMirrorFilterRule filterRules follow the entities
+  zel_uint16 numFilterIPs;      // @18 DVMirrorIpPrefix filterIPs follow the rules
+  DVMirrorSession sessions[0];  // @20 counted by numSessions
 } KESTREL_PACKED DVMirrorSessionTable;

@@ -8,13 +8,13 @@ KESTREL_RECORD(VSRuntimeOptionHeader, 4)
 typedef struct VSRuntimeOptionHeader {
   zel_uint16 type;    // @0
   zel_uint16 length;  // @2
-  zel_uint8 data[0];  // @4
+  zel_uint8 data[0];  // @4 counted by length, head included
 } KESTREL_PACKED VSRuntimeOptionHeader;
 
 /** A packed list of runtime options; `totalLength` is the whole record's length in bytes. */
 KESTREL_RECORD(VSRuntimeOptions, 4)
 typedef struct VSRuntimeOptions {
-  zel_uint32 totalLength;  // @0
+  zel_uint32 totalLength;  // @0 bytes of the whole record; VSRuntimeOptionHeader options follow
 } VSRuntimeOptions;
 
 /** A portset and its datapath modes. */
@@ -31,7 +31,7 @@ typedef struct RTMIOCtlQuery {
   zel_uint32 numPortsets;       // @0
   zel_Bool isTRVV;              // @4
   zel_uint32 maxAllowedOutage;  // @5 milliseconds
-  RTM_Portset rtmPs[0];         // @9
+  RTM_Portset rtmPs[0];         // @9 counted by numPortsets
 } KESTREL_PACKED RTMIOCtlQuery;
 
 /** A module and whether the request comes from it. */
@@ -46,7 +46,7 @@ KESTREL_RECORD(RTMModIOCtlQuery, 132)
 typedef struct RTMModIOCtlQuery {
   zel_uint32 numMod;        // @0
   char psName[128];         // @4
-  RTM_ModInfo rtmModId[0];  // @132
+  RTM_ModInfo rtmModId[0];  // @132 counted by numMod
 } KESTREL_PACKED RTMModIOCtlQuery;
 
 /** A request for one port of a world. */

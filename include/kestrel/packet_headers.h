@@ -31,9 +31,9 @@ typedef struct zel_ArpHdr {
   zel_uint8 plen;    // @5
   zel_uint16 oper;   // @6
   zel_uint8 sha[6];  // @8
-  zel_uint32 spa;    // @14
+  zel_uint32 spa;    // @14 IPv4 address
   zel_uint8 tha[6];  // @18
-  zel_uint32 tpa;    // @24
+  zel_uint32 tpa;    // @24 IPv4 address
 } KESTREL_PACKED zel_ArpHdr;
 
 /** IPv4 header without options (RFC 791; DSCP and ECN after RFC 2474 and RFC 3168). */
@@ -125,7 +125,7 @@ typedef struct zel_IGMPv3QueryHdr {
   zel_uint8 reserved : 4;                             // @8:4..7
   zel_uint8 qqic;                                     // @9
   zel_uint16 numSources;                              // @10
-  KESTREL_READ_ONLY(zel_IPv4Address sourcesIPv4[0]);  // @12
+  KESTREL_READ_ONLY(zel_IPv4Address sourcesIPv4[0]);  // @12 counted by numSources in network byte order
 } KESTREL_PACKED zel_IGMPv3QueryHdr;
 
 /** Group record of an IGMP version 3 report (RFC 3376); sources follow, then `dataLength` words of auxiliary
@@ -136,7 +136,7 @@ typedef struct zel_IGMPv3GrpRecord {
   zel_uint8 dataLength;                               // @1
   zel_uint16 numSources;                              // @2
   zel_IPv4Address groupIPv4Addr;                      // @4
-  KESTREL_READ_ONLY(zel_IPv4Address sourcesIPv4[0]);  // @8
+  KESTREL_READ_ONLY(zel_IPv4Address sourcesIPv4[0]);  // @8 counted by numSources in network byte order
 } KESTREL_PACKED zel_IGMPv3GrpRecord;
 
 /** IGMP version 3 membership report (RFC 3376); `numGroups` group records of varying length follow. */
@@ -147,7 +147,7 @@ typedef struct zel_IGMPv3ReportHdr {
   zel_uint16 checksum;                               // @2
   zel_uint16 reserved2;                              // @4
   zel_uint16 numGroups;                              // @6
-  KESTREL_READ_ONLY(zel_IGMPv3GrpRecord record[0]);  // @8
+  KESTREL_READ_ONLY(zel_IGMPv3GrpRecord record[0]);  // @8 counted by numGroups in network byte order
 } KESTREL_PACKED zel_IGMPv3ReportHdr;
 
 /** MLD version 1 message (RFC 2710); `maxResponseTime` is in milliseconds. */
@@ -175,7 +175,7 @@ typedef struct zel_MLDv2QueryHdr {
   zel_uint8 reserved2 : 4;                              // @24:4..7
   zel_uint8 qqic;                                       // @25
   zel_uint16 numSources;                                // @26
-  KESTREL_READ_ONLY(unsigned char sourcesIPv6[0][16]);  // @28
+  KESTREL_READ_ONLY(unsigned char sourcesIPv6[0][16]);  // @28 counted by numSources in network byte order
 } KESTREL_PACKED zel_MLDv2QueryHdr;
 
 /** Address record of an MLD version 2 report (RFC 3810); sources follow, then `dataLength` words of auxiliary
@@ -186,7 +186,7 @@ typedef struct zel_MLDv2GrpRecord {
   zel_uint8 dataLength;                                 // @1
   zel_uint16 numSources;                                // @2
   unsigned char groupIPv6Addr[16];                      // @4
-  KESTREL_READ_ONLY(unsigned char sourcesIPv6[0][16]);  // @20
+  KESTREL_READ_ONLY(unsigned char sourcesIPv6[0][16]);  // @20 counted by numSources in network byte order
 } KESTREL_PACKED zel_MLDv2GrpRecord;
 
 /** MLD version 2 report (RFC 3810); `numGroups` address records of varying length follow. */
@@ -197,7 +197,7 @@ typedef struct zel_MLDv2ReportHdr {
   zel_uint16 checksum;                              // @2
   zel_uint16 reserved2;                             // @4
   zel_uint16 numGroups;                             // @6
-  KESTREL_READ_ONLY(zel_MLDv2GrpRecord record[0]);  // @8
+  KESTREL_READ_ONLY(zel_MLDv2GrpRecord record[0]);  // @8 counted by numGroups in network byte order
 } KESTREL_PACKED zel_MLDv2ReportHdr;
 
 /** UDP header (RFC 768). */
@@ -283,7 +283,7 @@ typedef struct zel_GREHdr {
     zel_uint16 flags;  // @0
   } KESTREL_PACKED;
   zel_uint16 protocol;    // @2 ZEL_ETH_TYPE_*_NBO
-  zel_uint32 options[0];  // @4
+  zel_uint32 options[0];  // @4 counted by flags: a word each for checksum or routing, key, sequence and ack
 } KESTREL_PACKED zel_GREHdr;
 
 /** Geneve header (RFC 8926); `optionsLength` counts the option words that follow. */
@@ -297,7 +297,7 @@ typedef struct zel_GeneveHdr {
   zel_uint16 protocolType;           // @2
   zel_uint32 virtualNetworkId : 24;  // @4:0..23
   zel_uint32 reserved2 : 8;          // @4:24..31
-  zel_uint32 options[0];             // @8
+  zel_uint32 options[0];             // @8 counted by optionsLength
 } KESTREL_PACKED zel_GeneveHdr;
 
 /** Header of one Geneve option (RFC 8926); `optLength` counts the data words that follow. */

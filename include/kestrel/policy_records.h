@@ -33,7 +33,7 @@ typedef struct VSPortVlanPolicy {
   zel_uint16 vlanID;                 // @2
   zel_uint16 pad;                    // @4
   zel_uint16 numRanges;              // @6
-  zel_VDSPortVIDRange vidRanges[0];  // @8
+  zel_VDSPortVIDRange vidRanges[0];  // @8 counted by numRanges
 } KESTREL_PACKED VSPortVlanPolicy;
 
 /** Security policy of a port: VSPORT_SECURITY_* flags. */
@@ -56,14 +56,14 @@ typedef struct VSExtraEthFilter {
 KESTREL_RECORD(VSUplinkPorts, 4)
 typedef struct VSUplinkPorts {
   zel_uint32 nUplinkPorts;     // @0
-  char uplinkPortName[0][81];  // @4
+  char uplinkPortName[0][81];  // @4 counted by nUplinkPorts
 } KESTREL_PACKED VSUplinkPorts;
 
 /** The distributed-port ids of a switch's uplink ports, 48 bytes each. */
 KESTREL_RECORD(VSUplinkPortIds, 4)
 typedef struct VSUplinkPortIds {
   zel_uint32 nUplinkPorts;   // @0
-  char uplinkPortId[0][48];  // @4
+  char uplinkPortId[0][48];  // @4 counted by nUplinkPorts
 } KESTREL_PACKED VSUplinkPortIds;
 
 /** Teaming policy: TEAM_FRP_TYPE_* balance, TEAM_FRP_CRIT_* link criteria, TEAM_FRP_FLAG_* flags, active
@@ -99,7 +99,7 @@ typedef struct LSTeamPolicy {
 KESTREL_RECORD(LSTeamTable, 4)
 typedef struct LSTeamTable {
   zel_uint32 numLSTeam;          // @0
-  LSTeamPolicy lsTeamPolicy[0];  // @4
+  LSTeamPolicy lsTeamPolicy[0];  // @4 counted by numLSTeam
 } KESTREL_PACKED LSTeamTable;
 
 /** MAC learning of a port: whether it learns, floods unknown unicast, and what happens at the limit. */
@@ -122,7 +122,7 @@ typedef struct VSPMACManagement {
 KESTREL_RECORD(VSUserMcastLegacyKeys, 1)
 typedef struct VSUserMcastLegacyKeys {
   zel_uint8 numEntries;                // @0
-  unsigned char multicastAddrs[0][6];  // @1
+  unsigned char multicastAddrs[0][6];  // @1 counted by numEntries
 } KESTREL_PACKED VSUserMcastLegacyKeys;
 
 /** Tunables of the redundant datapath (IEC 62439-3); times are in milliseconds. */

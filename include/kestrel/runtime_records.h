@@ -52,12 +52,12 @@ typedef struct VSIOCtlQuery_uplink {
 KESTREL_RECORD(VSIOCtlQuery, 212)
 typedef struct VSIOCtlQuery {
   union {
-    zel_uint8 psName[128];  // @0
+    zel_uint8 psName[128];  // @0 zero-terminated text
     char dvsId[64];         // @0
-    zel_uint8 dvsName[81];  // @0
+    zel_uint8 dvsName[81];  // @0 zero-terminated text
   };
   union {
-    zel_uint8 dvPortID[48];   // @128
+    zel_uint8 dvPortID[48];   // @128 zero-terminated text
     zel_SwitchPortID portID;  // @128
   } KESTREL_PACKED;
   union {
@@ -123,7 +123,7 @@ typedef struct VSStats {
 KESTREL_RECORD(VSPortList, 4)
 typedef struct VSPortList {
   zel_uint32 numPorts;        // @0
-  zel_SwitchPortID ports[0];  // @4
+  zel_SwitchPortID ports[0];  // @4 counted by numPorts
 } KESTREL_PACKED VSPortList;
 
 /** The multicast addresses that a port accepts. */
@@ -178,7 +178,7 @@ KESTREL_RECORD(VSStaticLeCtxEntries, 8)
 typedef struct VSStaticLeCtxEntries {
   zel_uint32 totalEntries;                // @0
   zel_uint32 numEntries;                  // @4
-  VSStaticLEEntry staticLECtxEntries[0];  // @8
+  VSStaticLEEntry staticLECtxEntries[0];  // @8 counted by numEntries
 } KESTREL_PACKED VSStaticLeCtxEntries;
 
 /** Life and traffic of a VLAN; times in seconds since the epoch. */
@@ -214,7 +214,7 @@ KESTREL_RECORD(VSPromiscSessionActiveDsts, 8)
 typedef struct VSPromiscSessionActiveDsts {
   zel_uint32 totalEntries;      // @0
   zel_uint32 numEntries;        // @4
-  zel_SwitchPortID entries[0];  // @8
+  zel_SwitchPortID entries[0];  // @8 counted by numEntries
 } KESTREL_PACKED VSPromiscSessionActiveDsts;
 
 /** The identifiers of a switch's mirror sessions, 32 bytes each. */
@@ -222,7 +222,7 @@ KESTREL_RECORD(VSDVMirrorSessionIDs, 8)
 typedef struct VSDVMirrorSessionIDs {
   zel_uint32 totalEntries;  // @0
   zel_uint32 numEntries;    // @4
-  char entries[0][32];      // @8
+  char entries[0][32];      // @8 counted by numEntries
 } KESTREL_PACKED VSDVMirrorSessionIDs;
 
 /** Traffic of a mirror session, in packets. */
@@ -242,9 +242,9 @@ typedef struct VSMcastFilters {
   zel_uint32 totalEntries;  // @0
   zel_uint32 numEntries;    // @4
   union {
-    unsigned char macEntries[0][6];    // @8
-    zel_IPv4Address ipv4Entries[0];    // @8 network byte order
-    unsigned char ipv6Entries[0][16];  // @8
+    unsigned char macEntries[0][6];    // @8 counted by numEntries
+    zel_IPv4Address ipv4Entries[0];    // @8 network byte order; counted by numEntries
+    unsigned char ipv6Entries[0][16];  // @8 counted by numEntries
   } KESTREL_PACKED;
 } KESTREL_PACKED VSMcastFilters;
 
@@ -259,8 +259,8 @@ typedef struct VSMcastFilterStats {
   zel_uint32 totalEntries;     // @20
   zel_uint32 numEntries;       // @24
   union {
-    zel_IPv4Address ipv4Entries[0];    // @28 network byte order
-    unsigned char ipv6Entries[0][16];  // @28
+    zel_IPv4Address ipv4Entries[0];    // @28 network byte order; counted by numEntries
+    unsigned char ipv6Entries[0][16];  // @28 counted by numEntries
   } KESTREL_PACKED;
 } KESTREL_PACKED VSMcastFilterStats;
 
@@ -276,7 +276,7 @@ KESTREL_RECORD(VSUplinks, 8)
 typedef struct VSUplinks {
   zel_uint32 totalEntries;                          // @0
   zel_uint32 numEntries;                            // @4
-  KESTREL_READ_ONLY(VSUplinks_entries entries[0]);  // @8
+  KESTREL_READ_ONLY(VSUplinks_entries entries[0]);  // @8 counted by numEntries
 } KESTREL_PACKED VSUplinks;
 
 /** State of a link aggregation group and the names of its uplinks; bit i of the bitmap is uplink i. */
@@ -287,14 +287,14 @@ typedef struct VSLAGStatus {
   zel_uint8 name[68];             // @8 zero-terminated text
   zel_uint64 uplinkLinkupBitmap;  // @76
   zel_uint32 numUplinks;          // @84
-  zel_Name uplinkNames[0];        // @88
+  zel_Name uplinkNames[0];        // @88 counted by numUplinks
 } KESTREL_PACKED VSLAGStatus;
 
 /** The link aggregation groups of a switch: `numLAGs` VSLAGStatus records of varying length follow directly.
  */
 KESTREL_RECORD(VSLAGTable, 4)
 typedef struct VSLAGTable {
-  zel_uint32 numLAGs;  // @0
+  zel_uint32 numLAGs;  // @0 VSLAGStatus lags follow
 } KESTREL_PACKED VSLAGTable;
 
 /** A MAC table: `numEntries` of the table's `totalEntries` entries. */
@@ -302,7 +302,7 @@ KESTREL_RECORD(VSMACTable, 8)
 typedef struct VSMACTable {
   zel_uint32 totalEntries;   // @0 entries the table holds
   zel_uint32 numEntries;     // @4 entries that follow
-  VSMACEntry macEntries[0];  // @8
+  VSMACEntry macEntries[0];  // @8 counted by numEntries
 } KESTREL_PACKED VSMACTable;
 
 /** MAC learning of a port: addresses learned, packets over the limit, moves. */
@@ -326,7 +326,7 @@ KESTREL_RECORD(VSMACLearningStats, 8)
 typedef struct VSMACLearningStats {
   zel_uint32 totalEntries;                            // @0
   zel_uint32 numEntries;                              // @4
-  VSPMACLearningStatsPortInfo macLearningEntries[0];  // @8
+  VSPMACLearningStatsPortInfo macLearningEntries[0];  // @8 counted by numEntries
 } KESTREL_PACKED VSMACLearningStats;
 
 /** MAC learning of a switch as a whole, the uplink team apart. */
@@ -357,7 +357,7 @@ KESTREL_RECORD(VSL2Security, 8)
 typedef struct VSL2Security {
   zel_uint32 totalEntries;                   // @0
   zel_uint32 numEntries;                     // @4
-  VSPropSecurityPortInfo portSecEntries[0];  // @8
+  VSPropSecurityPortInfo portSecEntries[0];  // @8 counted by numEntries
 } KESTREL_PACKED VSL2Security;
 
 /** A port and its MAC-learning policy. */
@@ -372,7 +372,7 @@ KESTREL_RECORD(VSMACLearningEntries, 8)
 typedef struct VSMACLearningEntries {
   zel_uint32 totalEntries;                       // @0
   zel_uint32 numEntries;                         // @4
-  VSPMACLearningInfo portMACLearningEntries[0];  // @8
+  VSPMACLearningInfo portMACLearningEntries[0];  // @8 counted by numEntries
 } KESTREL_PACKED VSMACLearningEntries;
 
 /** A request for part of a MAC table. */
@@ -390,5 +390,5 @@ KESTREL_RECORD(VSList, 8)
 typedef struct VSList {
   zel_int32 count;      // @0
   VSListType listType;  // @4
-  char switches[0];     // @8
+  char switches[0];     // @8 counted by count, their width told by listType
 } KESTREL_PACKED VSList;

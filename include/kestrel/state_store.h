@@ -44,8 +44,8 @@ typedef void (*DVSData_MemFree)(void *);
 /** Loads the configuration that the store keeps, in place of the one in use. */
 ZEL_ReturnStatus DVSLoadConfig(void);
 
-/** Creates the state from an image of `length` bytes. ZEL_CHECKSUM_MISMATCH or ZEL_INVALID_METADATA for one that is
-    damaged. */
+/** Creates the state from an image of `length` bytes, in the place of the one in use and of the one saved.
+    ZEL_CHECKSUM_MISMATCH or ZEL_INVALID_METADATA for one that is damaged. */
 ZEL_ReturnStatus DVSZEL_StateInit(void *image, int length);
 
 /** Hands out an image of the live state. */
@@ -63,27 +63,30 @@ ZEL_ReturnStatus DVSZEL_StateSanitize(void);
 /** Releases the state; ports and switches are gone until the configuration is loaded anew. */
 ZEL_ReturnStatus DVSZEL_StateCleanup(void);
 
-/** Replaces the configuration by that of an image. */
+/** Replaces the configuration by that of an image; clients stay connected. ZEL_BUSY when the image has no place for
+    one. */
 ZEL_ReturnStatus DVSState_ConfigDeserialize(void *image, int length);
 
 /** Empties the configuration: every property of every switch and port goes back to its default. */
 ZEL_ReturnStatus DVSState_ConfigReset(void);
 
-/** Hands out an image of a collection of properties in the form of a version of the distributed switch. */
+/** Hands out an image of a collection of properties in the form of a version of the distributed switch, such as
+    DVSZEL_PortAdd takes. */
 ZEL_ReturnStatus DVSData_Serialize(DVSDataHandle handle, void **imageCell, zel_uint32 *lengthCell, VDSVersion version);
 
 /* ---- Switches ---- */
 
-/** Adds a distributed switch with its alias, port limit and version. */
+/** Adds a distributed switch with its alias, port limit and version. This host is not its member yet. */
 ZEL_ReturnStatus DVSZEL_SwitchAdd(const char *switchId, const char *alias, zel_uint32 maxPorts, VDSVersion version);
 
 /** Removes a distributed switch. */
 ZEL_ReturnStatus DVSZEL_SwitchRemove(const char *switchId);
 
-/** Makes this host a member of a distributed switch. */
+/** Makes this host a member of a distributed switch, so that clients can connect to its ports. ZEL_IS_CONNECTED when
+    it is one. */
 ZEL_ReturnStatus DVSZEL_SwitchAssociate(const char *switchId);
 
-/** Ends the membership. */
+/** Ends the membership. ZEL_IS_DISCONNECTED when there is none, ZEL_BUSY while a client is connected. */
 ZEL_ReturnStatus DVSZEL_SwitchDissociate(const char *switchId);
 
 /** Sets the version of a distributed switch. */
@@ -93,7 +96,7 @@ ZEL_ReturnStatus DVSZEL_SwitchSetVersion(const char *switchId, VDSVersion versio
 ZEL_ReturnStatus DVSZEL_SwitchSetMaxPorts(const char *switchId, zel_uint32 maxPorts);
 
 /** Hands out the distributed ports of one kind: those of a switch that takes traffic are DVSPORT_TYPE_ACTIVE, those of
-    a shadow switch DVSPORT_TYPE_SHADOW. */
+    a shadow switch DVSPORT_TYPE_SHADOW, those of a switch that this host is no member of DVSPORT_TYPE_LOCALCACHE. */
 ZEL_ReturnStatus DVSZEL_SwitchPortList(const char *switchId, DVPortList **listCell, DVSPortType type);
 
 /** The distributed switch of an alias; null for none. */
@@ -113,7 +116,8 @@ int DVS_GetMaxPorts(DVSwitchHandle handle);
 
 /* ---- Ports ---- */
 
-/** Adds a distributed port with the state in an image; null and 0 for none. */
+/** Adds a distributed port with the state in an image of a port or of a collection of properties; null and 0 for
+    none. */
 ZEL_ReturnStatus DVSZEL_PortAdd(const char *switchId, const char *portId, void *image, int length);
 
 /** Removes a distributed port. */
@@ -142,7 +146,8 @@ const char *DVS_PortAlias(DVSPortHandle handle);
 /** 1 when the distributed port exists, else 0. */
 char DVPortExist(const char *switchId, const char *portId);
 
-/** Runs a command on a switch, with `inputLength` bytes of input; hands out its output. */
+/** Runs a command on a switch, with `inputLength` bytes of input; hands out its output. The command "help" tells of
+   all. ZEL_NOT_IMPLEMENTED for an unknown one. */
 ZEL_ReturnStatus DVSZEL_CmdExec(const char *switchId, const char *command, void *input, int inputLength,
                                 void **outputCell, int *outputLengthCell);
 
@@ -162,7 +167,7 @@ ZEL_ReturnStatus DVSAliasToPortsetName(const char *alias, char portsetName[128])
 
 /* ---- Properties as collections ---- */
 
-/** Makes an empty collection. Null functions stand for malloc and free. */
+/** Makes an empty collection. Null functions stand for malloc and free; one of them alone is refused. */
 ZEL_ReturnStatus DVSData_Alloc(DVSDataHandle *handleCell, DVSData_MemAlloc allocate, DVSData_MemFree release);
 
 /** Releases a collection; null is accepted. */
@@ -190,13 +195,14 @@ ZEL_ReturnStatus DVSState_GlobalPropLookup(const char *switchId, const char *key
 /** Looks a property of this host's part of a switch up. */
 ZEL_ReturnStatus DVSState_HostPropLookup(const char *switchId, const char *key, DVSDataItem *itemCell);
 
-/** Collects the properties of other vendors, of the types in a mask, at each level. */
+/** Collects the properties of other vendors, of the types in a mask, at each level: those under keys like
+    com.example.feature. */
 ZEL_ReturnStatus DVSZEL_VendorGlobalPropList(const char *switchId, DVSDataHandle *handleCell, zel_uint32 propertyType);
 ZEL_ReturnStatus DVSZEL_VendorHostPropList(const char *switchId, DVSDataHandle *handleCell, zel_uint32 propertyType);
 ZEL_ReturnStatus DVSZEL_VendorPortPropList(const char *switchId, const char *portId, DVSDataHandle *handleCell,
                                            zel_uint32 propertyType);
 
-/** Collects the properties beyond the platform's own, of the types in a mask. */
+/** Collects the properties beyond the platform's own, other vendors' included, of the types in a mask. */
 ZEL_ReturnStatus DVSZEL_ExtraConfigPropList(const char *switchId, DVSDataHandle *handleCell, zel_uint32 propertyType);
 ZEL_ReturnStatus DVSZEL_ExtraConfigPortPropList(const char *switchId, const char *portId, DVSDataHandle *handleCell,
                                                 zel_uint32 propertyType);

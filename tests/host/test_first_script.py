@@ -15,8 +15,8 @@ import pytest
 
 EXAMPLE = Path(__file__).resolve().parents[2] / "examples" / "first_script.py"
 SWITCH, STORAGE, PORT = "dvs-prod", "dvs-storage", "10"
-TOTAL_ADDRESSES = {SWITCH: 11, STORAGE: 5}
-"""How many addresses the sample host's switches have come to know."""
+TOTAL_ADDRESSES = {SWITCH: 13, STORAGE: 5}
+"""How many addresses the sample host's switches know, those of their clients among them."""
 
 
 @pytest.fixture(autouse=True)

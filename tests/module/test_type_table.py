@@ -2,42 +2,17 @@
 
 from __future__ import annotations
 
-import ctypes
 import re
 
-import _libkestrel  # whose import fills the table
-import swig_runtime_data4
+import _libkestrel
 
 from headers import model
+from support.type_table import infos
 
 HEADERS = model.read()
 
 
-class TypeInfo(ctypes.Structure):
-    """`swig_type_info`, as far as it matters here."""
-
-    _fields_ = (("name", ctypes.c_char_p), ("display", ctypes.c_char_p))
-
-
-class ModuleInfo(ctypes.Structure):
-    """`swig_module_info`: one module's types."""
-
-    _fields_ = (("types", ctypes.POINTER(ctypes.POINTER(TypeInfo))), ("size", ctypes.c_size_t))
-
-
-def declared() -> dict[str, str]:
-    """Mangled names and display names of the module's own types."""
-    pointer = ctypes.pythonapi.PyCapsule_GetPointer
-    pointer.restype = ctypes.c_void_p
-    name = b"swig_runtime_data4.type_pointer_capsule"
-    address = pointer(ctypes.py_object(swig_runtime_data4.type_pointer_capsule), name)
-    assert address is not None
-    module = ModuleInfo.from_address(address)
-    infos = [module.types[i].contents for i in range(module.size)]
-    return {(info.name or b"").decode(): (info.display or b"").decode() for info in infos}
-
-
-TYPES = declared()
+TYPES = {name: display for name, (_, display) in infos().items()}
 
 
 def test_every_record_and_array_has_a_descriptor() -> None:

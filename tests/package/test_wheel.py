@@ -45,9 +45,15 @@ def test_the_wheel_holds_the_module_the_libraries_and_the_package() -> None:
     files = {str(f) for f in metadata.files("libkestrel") or []}
     assert any(re.fullmatch(r"_libkestrel\.cpython-311-\w+-linux-gnu\.so", f) for f in files)
     assert {f"libkestrel/lib/{name}" for name in SONAMES} <= files
-    assert {"libkestrel/__init__.py", "libkestrel/py.typed", "libkestrel/platform_info.py"} <= files
+    package = ROOT / "python"
+    assert {str(path.relative_to(package)) for path in (package / "libkestrel").rglob("*.py")} <= files
+    assert "libkestrel/py.typed" in files
+    assert any(re.fullmatch(r"libkestrel/_records\.cpython-311-\w+-linux-gnu\.so", f) for f in files)
+    assert {"_libkestrel-stubs/__init__.pyi", "libkestrel/records.pyi", "libkestrel/enums.pyi"} <= files
     assert any(f.endswith("LICENSE") for f in files)
-    strays = {f for f in files if not f.startswith(("libkestrel/", "_libkestrel.", "libkestrel-"))}
+    strays = {
+        f for f in files if not f.startswith(("libkestrel/", "_libkestrel.", "_libkestrel-stubs/", "libkestrel-"))
+    }
     assert not {f for f in strays if "__pycache__" not in f}
 
 
@@ -120,6 +126,6 @@ def test_a_build_for_a_hosts_own_libraries_brings_none(tmp_path: Path) -> None:
     assert {Path(path).parent for path in report[1:]} == {libraries}
 
 
-@pytest.mark.parametrize("name", ["_libkestrel", "libkestrel"])
+@pytest.mark.parametrize("name", ["_libkestrel", "libkestrel", "libkestrel.lab", "libkestrel.lab.scenario"])
 def test_importing_prints_nothing(name: str) -> None:
     assert run(f"import {name}") == ""

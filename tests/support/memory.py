@@ -73,3 +73,8 @@ def allocated(data: bytes) -> int:
     place = int(_malloc(ctypes.c_size_t(max(len(data), 1))))
     ctypes.memmove(place, data, len(data))
     return place
+
+
+def free(pointer: Any) -> None:
+    """Gives a block back to the C library's allocator."""
+    ctypes.CDLL(None).free(ctypes.c_void_p(address(pointer)))

@@ -9,7 +9,7 @@ from types import BuiltinFunctionType
 import _libkestrel
 import pytest
 
-from headers import model, reference
+from headers import coverage, model, reference
 
 FOLDER = Path(__file__).resolve().parents[2] / "docs" / "reference"
 PAGES = reference.pages()
@@ -58,3 +58,18 @@ def test_allocated_records_name_their_release() -> None:
         if any(p.handed_back and p.type.endswith("**") for p in function.parameters):
             section = PAGES["functions.md"].split(f"### `{function.name}`\n")[1].split("\n### ")[0]
             assert "FreeMemory`" in section
+
+
+def test_every_refusal_has_a_reason_and_nothing_else_does() -> None:
+    refused = {f.name for f in HEADERS.functions if f.library} - coverage.defined()
+    assert set(coverage.REASONS) == refused
+
+
+def test_coverage_tells_definitions_from_mentions(tmp_path: Path) -> None:
+    (tmp_path / "face.cc").write_text(
+        "KESTREL_HOST_EXPORT ZEL_ReturnStatus Defined(const char *name) {\n  return Called(name);\n}\n"
+        "KESTREL_HOST_EXPORT const char *\nOverTwoLines(void) {\n}\n"
+        "// KESTREL_HOST_EXPORT int Commented(void)\n"
+        "KESTREL_HOST_EXPORT int a_variable;\nint Inner(int) {\n}\n"
+    )
+    assert coverage.defined(tmp_path) == {"Defined", "OverTwoLines"}

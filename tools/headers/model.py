@@ -16,6 +16,8 @@ from pycparser import c_ast, c_parser
 
 INCLUDE = Path(__file__).resolve().parents[2] / "include"
 SUPPORT = INCLUDE.parent / "src"
+LABORATORY = "lab.h"
+"""The header of the embedded host's laboratory, which is no part of the platform; see headers.laboratory."""
 
 _MEMBER_PLACE = re.compile(r"//\s*@(?P<offset>\d+)(?::(?P<low>\d+)(?:\.\.(?P<high>\d+))?)?\s*(?P<note>.*)$")
 _RECORD = re.compile(r"^KESTREL_RECORD\((?P<name>\w+), (?P<size>\d+)\)$")
@@ -147,7 +149,7 @@ class Headers:
         return next(r for r in self.records if r.name == name)
 
 
-def _preprocess(compiler: str, include: Path, headers: list[Path]) -> str:
+def preprocess(compiler: str, include: Path, headers: list[Path]) -> str:
     """The headers, preprocessed, with line markers; records in the order of the headers that hold them."""
     source = "".join(f'#include "{header}"\n' for header in headers)
     plain = ["-D__attribute__(x)=", "-D__extension__=", "-D__asm__(x)="]
@@ -155,7 +157,7 @@ def _preprocess(compiler: str, include: Path, headers: list[Path]) -> str:
     return subprocess.run(command, input=source, check=True, capture_output=True, text=True).stdout
 
 
-def _documentation(lines: list[str], line: int) -> str:
+def documentation(lines: list[str], line: int) -> str:
     """The text of the `/** ... */` comment that ends on the line before `line` (1-based)."""
     end = line - 2
     if end < 0 or not lines[end].rstrip().endswith("*/"):
@@ -171,11 +173,11 @@ class _Reader:
     def __init__(self, compiler: str, include: Path, support: Path | None) -> None:
         self.include = include
         self.support = support
-        headers = sorted((include / "kestrel").glob("*.h"))
+        headers = sorted(h for h in (include / "kestrel").glob("*.h") if h.name != LABORATORY)
         if support:
             # The channel's header is about the interpreter and declares no function.
             headers += sorted(h for h in support.glob("*.h") if "Python.h" not in h.read_text())
-        self.ast = c_parser.CParser().parse(_preprocess(compiler, include, headers))
+        self.ast = c_parser.CParser().parse(preprocess(compiler, include, headers))
         self.lines = {path.name: path.read_text().splitlines() for path in headers}
         self.announced = self._announced_records()
         self.constants_table = (include / "kestrel" / "constants.def").read_text()
@@ -187,7 +189,7 @@ class _Reader:
         for header, lines in self.lines.items():
             for number, line in enumerate(lines, start=1):
                 if match := _RECORD.match(line):
-                    found[match["name"]] = (int(match["size"]), header, _documentation(lines, number))
+                    found[match["name"]] = (int(match["size"]), header, documentation(lines, number))
         return found
 
     def read(self) -> Headers:
@@ -344,7 +346,7 @@ class _Reader:
         """The comment before a declaration or before the first of the declarations that stand together with it."""
         while line > 1 and lines[line - 2].strip() and not lines[line - 2].rstrip().endswith("*/"):
             line -= 1
-        return _documentation(lines, line)
+        return documentation(lines, line)
 
     def _constants(self) -> tuple[tuple[Constant, ...], tuple[str, ...]]:
         constants: list[Constant] = []

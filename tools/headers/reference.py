@@ -1,4 +1,5 @@
-"""Generates the pages of `docs/reference/`: every function, record and constant of the flat module.
+"""Generates the pages of `docs/reference/`: every function, record and constant of the flat module, what of the
+platform the embedded host implements, and what of the package covers it.
 
 python -m headers.reference docs/reference
 """
@@ -9,7 +10,7 @@ import argparse
 import re
 from pathlib import Path
 
-from headers import c_source, model
+from headers import c_source, coverage, model, package_coverage
 from headers.model import Function, Headers, Member, Parameter, Record
 
 ARRAYS = ("vidrangeArray", "pvlanmapentryArray")
@@ -248,6 +249,20 @@ def constants_page(headers: Headers) -> str:
     return _page("Constants", introduction, body)
 
 
+def package_page(headers: Headers) -> str:
+    """What of the package covers each function, and the errors."""
+    return _page("The package", package_coverage.INTRODUCTION, package_coverage.body(headers))
+
+
+def coverage_page(headers: Headers) -> str:
+    """What the embedded host implements."""
+    introduction = (
+        "Every function that the platform declares, and whether the embedded host implements it. A function that it\n"
+        "refuses gives `ZEL_NOT_SUPPORTED`, 0, null or nothing, and changes nothing."
+    )
+    return _page("Coverage", introduction, coverage.body(headers))
+
+
 def pages() -> dict[str, str]:
     """All pages by file name."""
     headers = model.read(support=model.SUPPORT)
@@ -256,6 +271,8 @@ def pages() -> dict[str, str]:
         "methods.md": methods_page(headers),
         "records.md": records_page(headers),
         "constants.md": constants_page(headers),
+        "coverage.md": coverage_page(headers),
+        "package.md": package_page(headers),
     }
 
 

@@ -45,9 +45,9 @@ using namespace kestrel::host;
 using namespace kestrel::host::abi;
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetLAGTable(const char *switchName, VSLAGTable **tableOut) {
-  return Guarded([&] {
+  return ReadCall([&] {
     ClearOutputs(tableOut);
-    const Host &host = ProcessHost();
+    const Host &host = ReadHost();
     SetOutput(tableOut, TableOf(host, host.FindSwitch(SwitchName(switchName))));
   });
 }

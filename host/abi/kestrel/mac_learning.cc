@@ -20,7 +20,7 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_ClearMACLearning(const char *switchNa
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_SetPortMACLearning(const char *switchName, const char *portName,
                                                               const VSPMACLearning *policy) {
-  return Guarded([&] {
+  return ChangeCall([&] {
     RequirePointer(policy);
     ChangeRecord<VSPMACManagement>(PortProperty{switchName, portName, VSPROP_PORT_MAC_MANAGEMENT},
                                    [&](VSPMACManagement &management) { management.portMACLearning = *policy; });
@@ -29,7 +29,7 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_SetPortMACLearning(const char *switch
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_GetPortMACLearning(const char *switchName, const char *portName,
                                                               VSPMACLearning *policy) {
-  return Guarded([&] {
+  return ReadCall([&] {
     RequirePointer(policy);
     const PortProperty where{switchName, portName, VSPROP_PORT_MAC_MANAGEMENT};
     SetOutput(policy, RecordOf<VSPMACManagement>(ValueOf(where)).portMACLearning);
@@ -61,15 +61,15 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_ClearLearnStatic(const char *switchNa
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetGlobalMACLearningProps(VSMACLearningGlobalProps *props) {
-  return Guarded([&] {
+  return ReadCall([&] {
     RequirePointer(props);
-    SetOutput(props, ProcessHost().mac_learning());
+    SetOutput(props, ReadHost().mac_learning());
   });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_SetGlobalMACLearningProps(VSMACLearningGlobalProps *props) {
-  return Guarded([&] {
+  return ChangeCall([&] {
     RequirePointer(props);
-    ProcessHost().SetMacLearning(*props);
+    ChangeHost().SetMacLearning(*props);
   });
 }

@@ -21,7 +21,7 @@ std::string_view BytesOfTable(const DVMirrorSessionTable *table) {
 /** Sets what is left of a table; none at all is the default. */
 void SetSessions(const PortProperty &where, const MirrorTable &table) {
   if (table.sessions.empty()) {
-    ProcessHost().ClearProperty(where.Owner(), where.key, Persistence::kSaved);
+    ChangeHost().ClearProperty(where.Owner(), where.key, Persistence::kSaved);
   } else {
     SetValue(where, Pack(table));
   }
@@ -35,14 +35,14 @@ using namespace kestrel::host::abi;
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_SetDVMirrorSessions(const char *switchName, const char *portName,
                                                                DVMirrorSessionTable *table) {
-  return Guarded([&] {
+  return ChangeCall([&] {
     SetValue(PortProperty{switchName, portName, VSPROP_PORT_MIRROR_SESSIONS}, std::string(BytesOfTable(table)));
   });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_AppendDVMirrorSessions(const char *switchName, const char *portName,
                                                                   DVMirrorSessionTable *table) {
-  return Guarded([&] {
+  return ChangeCall([&] {
     const PortProperty where{switchName, portName, VSPROP_PORT_MIRROR_SESSIONS};
     MirrorTable added = MirrorTableOf(BytesOfTable(table));
     MirrorTable sessions = MirrorTableOf(ValueOf(where));
@@ -62,7 +62,7 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_GetDVMirrorSessions(const char *switc
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_RemoveDVMirrorSession(const char *switchName, const char *portName,
                                                                  const char sessionId[32]) {
-  return Guarded([&] {
+  return ChangeCall([&] {
     const PortProperty where{switchName, portName, VSPROP_PORT_MIRROR_SESSIONS};
     const auto id = NameArgument(sessionId, sizeof(DVMirrorSession::sid));
     MirrorTable sessions = MirrorTableOf(ValueOf(where));
@@ -78,13 +78,33 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_ClearDVMirrorSessions(const char *swi
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetDVMirrorSessionIDs(const char *switchName,
                                                                  VSDVMirrorSessionIDs **tableOut) {
-  return Guarded([&] {
+  return ReadCall([&] {
     ClearOutputs(tableOut);
-    const auto ids = MirrorSessionsOf(ProcessHost().FindSwitch(SwitchName(switchName)).config);
+    const auto ids = MirrorSessionsOf(ReadHost().FindSwitch(SwitchName(switchName)).config);
     const auto count = static_cast<zel_uint32>(ids.size());
     RecordBlock block(sizeof(VSDVMirrorSessionIDs) + count * sizeof(DVMirrorSession::sid));
     block.Append(VSDVMirrorSessionIDs{.totalEntries = count, .numEntries = count, .entries = {}});
     for (const std::string &id : ids) block.AppendText(id, sizeof(DVMirrorSession::sid));
     SetOutput(tableOut, block.Release<VSDVMirrorSessionIDs>());
+  });
+}
+
+KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetDVMirrorSessionStats(const char *switchName, const char sessionId[32],
+                                                                   VSDVMirrorSessionStats *stats) {
+  return ReadCall([&] {
+    ClearOutputs(stats);
+    const Switch &owner = ReadHost().FindSwitch(SwitchName(switchName));
+    const auto id = NameArgument(sessionId, sizeof(DVMirrorSession::sid));
+    const DVMirrorSession session = MirrorSessionNamed(owner.config, id);
+    VSDVMirrorSessionStats record{};
+    if (const MirrorProgress *progress = owner.runtime.mirrors.Find(id)) {
+      record.mirrorPktCnt = progress->counters.copies;
+      record.mirrorPktFailCnt = progress->counters.failed_copies;
+      record.mirroredPkts = progress->counters.mirrored;
+      record.discardedPkts = progress->counters.discarded;
+      record.failedPkts = progress->counters.failed;
+    }
+    SetText(record.name, TextOf(session.dname));
+    SetOutput(stats, record);
   });
 }

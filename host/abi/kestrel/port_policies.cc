@@ -43,7 +43,7 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_ClearExtraEthFilter(const char *switc
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_ConfigureSinkPort(const char *switchName, const char *portName,
                                                              zel_Bool enabled) {
-  return Guarded([&] {
+  return ChangeCall([&] {
     const auto turn = [&](VSExtraEthFilter &filter) {
       if (enabled != 0) {
         filter.flags |= ZEL_ETH_FILTER_SINK;
@@ -57,10 +57,10 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_ConfigureSinkPort(const char *switchN
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_IsSinkPortEnabled(const char *switchName, const char *portName,
                                                              zel_Bool *flagOut) {
-  return Guarded([&] {
+  return ReadCall([&] {
     ClearOutputs(flagOut);
     const auto name = SwitchName(switchName);
-    const Port &port = ProcessHost().FindSwitch(name).config.PortNamed(PortName(portName));
+    const Port &port = ReadHost().FindSwitch(name).config.PortNamed(PortName(portName));
     SetOutput(flagOut, static_cast<zel_Bool>(IsSink(port)));
   });
 }

@@ -1,8 +1,9 @@
 /* What holds for all ports of a switch, in one table. */
-#include <algorithm>
+#include <chrono>
 
 #include "host/abi/property_access.h"
-#include "host/core/mac_limits.h"
+#include "host/core/port_status.h"
+#include "host/core/switch_plan.h"
 #include "kestrel/runtime_queries.h"
 
 namespace kestrel::host::abi {
@@ -24,57 +25,46 @@ Table *PortTable(const SwitchConfig &config, Describe describe) {
 template <typename Record>
 Record PolicyOf(const SwitchConfig &config, const Port &port, std::string_view key) {
   const PropertyOwner owner{.switch_name = config.spec().portset, .level = PropertyLevel::kPort, .port = port.name};
-  return RecordOf<Record>(ProcessHost().PropertyOf(owner, key));
+  return RecordOf<Record>(ReadHost().PropertyOf(owner, key));
 }
 
 VSPMACLearning LearningOf(const SwitchConfig &config, const Port &port) {
   return PolicyOf<VSPMACManagement>(config, port, VSPROP_PORT_MAC_MANAGEMENT).portMACLearning;
 }
 
-/** The statistics of the ports for which `is_meant(port id)` is true. A frame that could not be learned from is
-    forwarded all the same. */
-template <typename IsMeant>
-VSPMACLearningStats StatsOf(const Switch &which, IsMeant is_meant) {
-  VSPMACLearningStats stats{};
-  for (const auto &[key, entry] : which.macs.entries()) {
-    if (entry.kind != VS_MAC_ADDR_TYPE_LEARNED || !is_meant(entry.port)) continue;
-    ++stats.numMACsLearned;
-    stats.numMACsMoved += entry.moves;
-  }
-  for (const auto &[port, frames] : which.unlearned) {
-    if (is_meant(port)) stats.noLearningAllowedPkts += frames;
-  }
-  return stats;
+void Add(VSPMACLearningStats &sum, const VSPMACLearningStats &stats) {
+  sum.numMACsLearned += stats.numMACsLearned;
+  sum.noLearningAllowedPkts += stats.noLearningAllowedPkts;
+  sum.noLearningDroppedPkts += stats.noLearningDroppedPkts;
+  sum.numMACsMoved += stats.numMACsMoved;
 }
 
-VSPMACLearningStats StatsOf(const Switch &which, const Port &port) {
-  return StatsOf(which, [&port](PortId id) { return id == port.id; });
-}
-
-VSMACLearningSwitchInfo InfoOf(const Switch &which) {
-  const SwitchConfig &config = which.config;
-  const auto is_uplink = [&config](PortId id) { return config.uplinks().Find(id) != nullptr; };
-  const MacLimits limits = MacLimitsOf(config, ProcessHost().mac_learning());
-
+VSMACLearningSwitchInfo InfoOf(const Host &host, const Switch &which) {
+  const SwitchPlan &plan = PlanOf(host, which);
   VSMACLearningSwitchInfo info{};
-  info.agingTime = static_cast<zel_uint32>(std::chrono::duration_cast<std::chrono::seconds>(limits.ageing).count());
-  info.macLimit = static_cast<zel_uint32>(limits.entries);
-  info.numMACsLearned = StatsOf(which, [&](PortId id) { return !is_uplink(id); }).numMACsLearned;
-  info.teamMACLearningStats = StatsOf(which, is_uplink);
-  info.teamNumMACsLearned = info.teamMACLearningStats.numMACsLearned;
-  // Uplinks always learn, as far as the switch's own table has room.
+  info.agingTime =
+      static_cast<zel_uint32>(std::chrono::duration_cast<std::chrono::seconds>(plan.limits.ageing).count());
+  info.macLimit = static_cast<zel_uint32>(plan.limits.entries);
+  // Uplinks always learn, and whom they do not know they let pass.
   info.teamMACLearning = {.learning = 1,
                           .flooding = 1,
-                          .macLimit = info.macLimit,
+                          .macLimit = static_cast<zel_uint32>(plan.team_limit),
                           .macLimitPolicy = VSPORT_MAC_LEARNING_LIMIT_POLICY_ALLOW};
-  for (const Port &port : config.ports().Items()) {
-    const VSPMACLearning policy = LearningOf(config, port);
-    const bool learns = policy.learning != 0;
-    if (learns) ++info.numLearningPorts;
-    if (learns && StatsOf(which, port).numMACsLearned >= policy.macLimit) ++info.noOfPortsMACLimitHit;
-    if (IsSink(port) && policy.flooding != 0) ++info.numSinkAndFloodingPorts;
+  for (const PortPlan &port : plan.ports) {
+    const VSPMACLearningStats stats = LearningStatsOf(which, port.id);
+    if (port.is_uplink) {
+      Add(info.teamMACLearningStats, stats);
+      const PortRuntime *runtime = which.runtime.ports.Find(port.id);
+      if (runtime != nullptr) info.teamAllowedPktsWithPortLimit += runtime->unlearned_by_own_limit;
+      continue;
+    }
+    info.numMACsLearned += stats.numMACsLearned;
+    if (port.learns) ++info.numLearningPorts;
+    if (port.learns && stats.numMACsLearned >= port.learning_limit) ++info.noOfPortsMACLimitHit;
+    if (port.is_sink) ++info.numSinkPorts;
+    if (port.is_sink && port.takes_unknown) ++info.numSinkAndFloodingPorts;
   }
-  info.numSinkPorts = CountSinkPorts(config);
+  info.teamNumMACsLearned = info.teamMACLearningStats.numMACsLearned;
   return info;
 }
 
@@ -85,9 +75,9 @@ using namespace kestrel::host;
 using namespace kestrel::host::abi;
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetL2Security(const char *switchName, VSL2Security **tableOut) {
-  return Guarded([&] {
+  return ReadCall([&] {
     ClearOutputs(tableOut);
-    const SwitchConfig &config = ProcessHost().FindSwitch(SwitchName(switchName)).config;
+    const SwitchConfig &config = ReadHost().FindSwitch(SwitchName(switchName)).config;
     const auto describe = [&config](const Port &port) {
       return VSPropSecurityPortInfo{.portID = port.id,
                                     .l2SecPortInfo = PolicyOf<VSPropSecurity>(config, port, VSPROP_PORT_SECURITY)};
@@ -98,9 +88,9 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetL2Security(const char *switchName,
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetMACLearningAllPorts(const char *switchName,
                                                                   VSMACLearningEntries **tableOut) {
-  return Guarded([&] {
+  return ReadCall([&] {
     ClearOutputs(tableOut);
-    const SwitchConfig &config = ProcessHost().FindSwitch(SwitchName(switchName)).config;
+    const SwitchConfig &config = ReadHost().FindSwitch(SwitchName(switchName)).config;
     const auto describe = [&config](const Port &port) {
       return VSPMACLearningInfo{.portID = port.id, .portMACLearning = LearningOf(config, port)};
     };
@@ -110,11 +100,11 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetMACLearningAllPorts(const char *sw
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetSwitchMACLearningStats(const char *switchName,
                                                                      VSMACLearningStats **tableOut) {
-  return Guarded([&] {
+  return ReadCall([&] {
     ClearOutputs(tableOut);
-    const Switch &which = ProcessHost().FindSwitch(SwitchName(switchName));
+    const Switch &which = ReadHost().FindSwitch(SwitchName(switchName));
     const auto describe = [&which](const Port &port) {
-      return VSPMACLearningStatsPortInfo{.portID = port.id, .portStats = StatsOf(which, port)};
+      return VSPMACLearningStatsPortInfo{.portID = port.id, .portStats = LearningStatsOf(which, port.id)};
     };
     SetOutput(tableOut, PortTable<VSMACLearningStats, VSPMACLearningStatsPortInfo>(which.config, describe));
   });
@@ -122,18 +112,19 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetSwitchMACLearningStats(const char 
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetPortMACLearningStats(const char *switchName, const char *portName,
                                                                    VSPMACLearningStats *stats) {
-  return Guarded([&] {
+  return ReadCall([&] {
     RequirePointer(stats);
     const auto name = SwitchName(switchName);
-    const Switch &which = ProcessHost().FindSwitch(name);
-    SetOutput(stats, StatsOf(which, which.config.PortNamed(PortName(portName))));
+    const Switch &which = ReadHost().FindSwitch(name);
+    SetOutput(stats, LearningStatsOf(which, which.config.PortNamed(PortName(portName)).id));
   });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetSwitchMACLearningInfo(const char *switchName,
                                                                     VSMACLearningSwitchInfo *info) {
-  return Guarded([&] {
+  return ReadCall([&] {
     RequirePointer(info);
-    SetOutput(info, InfoOf(ProcessHost().FindSwitch(SwitchName(switchName))));
+    const Host &host = ReadHost();
+    SetOutput(info, InfoOf(host, host.FindSwitch(SwitchName(switchName))));
   });
 }

@@ -25,7 +25,7 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_SetPortVLANPolicy(const char *switchN
                                                              zel_uint16 vlanID, int mode, zel_Bool setPriority,
                                                              zel_Bool runtimeOnly, zel_VDSPortVIDRange *ranges,
                                                              zel_uint16 numRanges) {
-  return Guarded([&] {
+  return ChangeCall([&] {
     const auto name = SwitchName(switchName);
     const auto port = PortName(portName);
     const VlanPolicy policy{.mode = VlanModeOf(mode),
@@ -33,13 +33,13 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_SetPortVLANPolicy(const char *switchN
                             .set_priority = setPriority != 0,
                             .ranges = RangesOf(ranges, numRanges)};
     const auto persistence = runtimeOnly != 0 ? Persistence::kRuntimeOnly : Persistence::kSaved;
-    ProcessHost().SetPortVlan(name, port, policy, persistence);
+    ChangeHost().SetPortVlan(name, port, policy, persistence);
   });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_GetPortVLANPolicy(const char *switchName, const char *portName,
                                                              VSPortVlanPolicy **tableOut, int *valueOut) {
-  return Guarded([&] {
+  return ReadCall([&] {
     ClearOutputs(tableOut, valueOut);
     const std::string policy = ValueOf(PortProperty{switchName, portName, VSPROP_PORT_VLAN});
     SetOutput(tableOut, BlockOf<VSPortVlanPolicy>(policy));

@@ -7,7 +7,7 @@ using namespace kestrel::host::abi;
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_SetPrivateVLANMap(const char *switchName, const VSPvlanMapEntry *map,
                                                              int count) {
-  return Guarded([&] {
+  return ChangeCall([&] {
     if (count > kMaxVlanId) throw StatusError(ZEL_LIMIT_EXCEEDED);
     const auto entries = BytesArgument(map, static_cast<long long>(count) * static_cast<long long>(sizeof *map));
     SetValue(SwitchProperty{switchName, VSPROP_PVLAN_MAP}, std::string(entries));
@@ -16,7 +16,7 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_SetPrivateVLANMap(const char *switchN
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_GetPrivateVLANMap(const char *switchName, VSPvlanMapEntry **mapOut,
                                                              int *valueOut) {
-  return Guarded([&] {
+  return ReadCall([&] {
     ClearOutputs(mapOut, valueOut);
     const std::string map = ValueOf(SwitchProperty{switchName, VSPROP_PVLAN_MAP});
     SetOutput(mapOut, BlockOf<VSPvlanMapEntry>(map));

@@ -41,14 +41,14 @@ void Set(const PropertyOwner &owner, const NewValue &value) {
   const auto bytes = BytesArgument(value.bytes, value.length);
   if (bytes.size() > kMaxPropertyValue) throw StatusError(ZEL_LIMIT_EXCEEDED);
   CheckComponent(value.component);
-  ProcessHost().SetProperty(owner, key, {std::string(bytes), PropertyTypeOf(PersistenceOf(value.runtime_only))});
+  ChangeHost().SetProperty(owner, key, {std::string(bytes), PropertyTypeOf(PersistenceOf(value.runtime_only))});
 }
 
 void Get(const PropertyOwner &owner, const char *key, VDSQuery *query, const char *component) {
   RequirePointer(query);
   const auto name = Key(key);
   CheckComponent(component);
-  const std::string value = ProcessHost().PropertyOf(owner, name);
+  const std::string value = ReadHost().PropertyOf(owner, name);
   const int room = query->propLen;
   if (room < 0 || (room > 0 && query->propValue == nullptr)) throw StatusError(ZEL_BAD_PARAM);
   if (value.size() > static_cast<std::size_t>(room)) throw StatusError(ZEL_BUF_TOO_SMALL);
@@ -59,7 +59,7 @@ void Get(const PropertyOwner &owner, const char *key, VDSQuery *query, const cha
 void Clear(const PropertyOwner &owner, const char *key, const char *component, zel_Bool runtime_only) {
   const auto name = Key(key);
   CheckComponent(component);
-  ProcessHost().ClearProperty(owner, name, PersistenceOf(runtime_only));
+  ChangeHost().ClearProperty(owner, name, PersistenceOf(runtime_only));
 }
 
 }  // namespace
@@ -71,14 +71,14 @@ using namespace kestrel::host::abi;
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_SetGlobProp(const char *switchName, const char *key,
                                                        const void *propertyValue, int length, const char *component,
                                                        zel_Bool runtimeOnly) {
-  return Guarded(
+  return ChangeCall(
       [&] { Set(OwnerOf(switchName, PropertyLevel::kSwitch), {key, propertyValue, length, component, runtimeOnly}); });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_SetHostProp(const char *switchName, const char *key,
                                                        const void *propertyValue, int length, const char *component,
                                                        zel_Bool runtimeOnly) {
-  return Guarded(
+  return ChangeCall(
       [&] { Set(OwnerOf(switchName, PropertyLevel::kHost), {key, propertyValue, length, component, runtimeOnly}); });
 }
 
@@ -86,44 +86,45 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_SetHostProp(const char *switchName, c
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_SetRuntimeHostProp(const char *switchName, const char *key,
                                                               const void *propertyValue, int length,
                                                               const char *component, zel_Bool /*runtimeOnly*/) {
-  return Guarded([&] { Set(OwnerOf(switchName, PropertyLevel::kHost), {key, propertyValue, length, component, 1}); });
+  return ChangeCall(
+      [&] { Set(OwnerOf(switchName, PropertyLevel::kHost), {key, propertyValue, length, component, 1}); });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_SetPortProp(const char *switchName, const char *portName, const char *key,
                                                        const void *propertyValue, int length, const char *component,
                                                        zel_Bool runtimeOnly) {
-  return Guarded([&] { Set(OwnerOf(switchName, portName), {key, propertyValue, length, component, runtimeOnly}); });
+  return ChangeCall([&] { Set(OwnerOf(switchName, portName), {key, propertyValue, length, component, runtimeOnly}); });
 }
 
 /* What is read is the value in use, whether it is saved too or not. */
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_GetGlobProp(const char *switchName, const char *key, VDSQuery *query,
                                                        const char *component, zel_Bool /*runtimeOnly*/) {
-  return Guarded([&] { Get(OwnerOf(switchName, PropertyLevel::kSwitch), key, query, component); });
+  return ReadCall([&] { Get(OwnerOf(switchName, PropertyLevel::kSwitch), key, query, component); });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_GetHostProp(const char *switchName, const char *key, VDSQuery *query,
                                                        const char *component, zel_Bool /*runtimeOnly*/) {
-  return Guarded([&] { Get(OwnerOf(switchName, PropertyLevel::kHost), key, query, component); });
+  return ReadCall([&] { Get(OwnerOf(switchName, PropertyLevel::kHost), key, query, component); });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_GetPortProp(const char *switchName, const char *portName, const char *key,
                                                        VDSQuery *query, const char *component,
                                                        zel_Bool /*runtimeOnly*/) {
-  return Guarded([&] { Get(OwnerOf(switchName, portName), key, query, component); });
+  return ReadCall([&] { Get(OwnerOf(switchName, portName), key, query, component); });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_ClearGlobProp(const char *switchName, const char *key, const char *component,
                                                          zel_Bool runtimeOnly) {
-  return Guarded([&] { Clear(OwnerOf(switchName, PropertyLevel::kSwitch), key, component, runtimeOnly); });
+  return ChangeCall([&] { Clear(OwnerOf(switchName, PropertyLevel::kSwitch), key, component, runtimeOnly); });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_ClearHostProp(const char *switchName, const char *key, const char *component,
                                                          zel_Bool runtimeOnly) {
-  return Guarded([&] { Clear(OwnerOf(switchName, PropertyLevel::kHost), key, component, runtimeOnly); });
+  return ChangeCall([&] { Clear(OwnerOf(switchName, PropertyLevel::kHost), key, component, runtimeOnly); });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_ClearPortProp(const char *switchName, const char *portName, const char *key,
                                                          const char *component, zel_Bool runtimeOnly) {
-  return Guarded([&] { Clear(OwnerOf(switchName, portName), key, component, runtimeOnly); });
+  return ChangeCall([&] { Clear(OwnerOf(switchName, portName), key, component, runtimeOnly); });
 }

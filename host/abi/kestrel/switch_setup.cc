@@ -8,7 +8,7 @@ namespace kestrel::host::abi {
 namespace {
 
 void GiveProperty(SwitchConfig &config, std::string_view key, std::string value) {
-  CheckProperty(key, value, {}, ProcessHost().mac_learning(), config);
+  CheckProperty(key, value, {}, ReadHost().mac_learning(), config);
   config.PropertiesAt({}).Put(PropertySet::Ready(key, {std::move(value)}));
 }
 
@@ -21,25 +21,25 @@ using namespace kestrel::host::abi;
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_CreateVSwitch(const char *alias, const char *switchId, const char *className,
                                                          zel_uint32 numPorts, zel_Bool createShadow,
                                                          zel_uint32 maxPorts, zel_uint32 mtu, zel_uint32 version) {
-  return Guarded([&] {
+  return ChangeCall([&] {
     const auto name = Alias(alias);
     const auto id = SwitchId(switchId);
     const auto implementation = NameArgument(className, ZEL_VDS_CLASS_NAME_MAX_LEN);
     if (numPorts > maxPorts) throw StatusError(ZEL_BAD_PARAM);
     SwitchConfig config({.id = std::string(id),
-                         .portset = ProcessHost().FreePortsetName(),
+                         .portset = ReadHost().FreePortsetName(),
                          .alias = std::string(name),
                          .max_ports = maxPorts,
                          .class_name = std::string(implementation),
                          .version = version});
     GiveProperty(config, VSPROP_MTU, BytesOf(mtu));
     if (createShadow != 0) GiveProperty(config, VSPROP_SWITCH_FORWARDING_DISABLED, BytesOf(zel_Bool{1}));
-    ProcessHost().AddSwitch(config);
+    ChangeHost().AddSwitch(config);
   });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_DestroyVSwitch(const char *switchName) {
-  return Guarded([&] { ProcessHost().RemoveSwitch(SwitchName(switchName)); });
+  return ChangeCall([&] { ChangeHost().RemoveSwitch(SwitchName(switchName)); });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_SetMTU(const char *switchName, zel_uint32 mtu) {
@@ -59,10 +59,10 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_GetRCFType(const char *switchName, tr
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_GetAliasFromPortset(const char *portsetName, char textOut[128]) {
-  return Guarded([&] {
+  return ReadCall([&] {
     ClearText(textOut, PORTSET_NAME_MAX);
     const auto name = SwitchName(portsetName);
-    const SwitchSpec &spec = ProcessHost().FindSwitch(name).config.spec();
+    const SwitchSpec &spec = ReadHost().FindSwitch(name).config.spec();
     if (spec.portset != name) throw StatusError(ZEL_NOT_FOUND);
     SetTextOutput(textOut, spec.alias, PORTSET_NAME_MAX);
   });
@@ -70,9 +70,9 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_GetAliasFromPortset(const char *ports
 
 /* The room behind `switchId` is not known to be more than the id needs. */
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_DVSAliasToSwitchId(const char *alias, char *switchId) {
-  return Guarded([&] {
+  return ReadCall([&] {
     RequirePointer(switchId);
-    const std::string &id = ProcessHost().FindSwitchByAlias(Alias(alias)).config.spec().id;
+    const std::string &id = ReadHost().FindSwitchByAlias(Alias(alias)).config.spec().id;
     id.copy(switchId, id.size());
     switchId[id.size()] = '\0';
   });

@@ -44,16 +44,16 @@ using namespace kestrel::host;
 using namespace kestrel::host::abi;
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetSwitches(VSListType listType, VSList **listCell) {
-  return Guarded([&] {
+  return ReadCall([&] {
     ClearOutputs(listCell);
-    SetOutput(listCell, ListOf(ProcessHost(), listType));
+    SetOutput(listCell, ListOf(ReadHost(), listType));
   });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetVSInfo(const char *switchName, VSInfo *info) {
-  return Guarded([&] {
+  return ReadCall([&] {
     RequirePointer(info);
-    const VSInfo filled = InfoOf(ProcessHost().FindSwitch(SwitchName(switchName)));
+    const VSInfo filled = InfoOf(ReadHost().FindSwitch(SwitchName(switchName)));
     SetOutput(info, filled);
   });
 }

@@ -1,6 +1,6 @@
 /* Which uplinks carry the frames of switches and ports. */
+#include "host/core/teaming.h"
 #include "host/abi/property_access.h"
-#include "host/core/team.h"
 #include "kestrel/runtime_queries.h"
 #include "kestrel/switch_config.h"
 
@@ -79,7 +79,7 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_GetTxUplinkAlways(const char *switchN
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_SetLSTeamingPolicy(const char *switchName, const LSTeamTable *table) {
-  return Guarded(
+  return ChangeCall(
       [&] { SetValue(SwitchProperty{switchName, VSPROP_LS_TEAMING_POLICY}, std::string(BytesOfTable(table))); });
 }
 
@@ -110,9 +110,9 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_ClearPortLSTeamingPolicy(const char *
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetPortLSTeamingPolicyName(zel_SwitchPortID portID, char textOut[136]) {
-  return Guarded([&] {
+  return ReadCall([&] {
     ClearText(textOut, kPolicyNameWidth);
-    const SwitchConfig &config = ProcessHost().FindSwitchOfPort(portID).config;
+    const SwitchConfig &config = ReadHost().FindSwitchOfPort(portID).config;
     const Property *followed = config.ports().Find(portID)->properties.Find(VSPROP_PORT_LS_TEAMING_POLICY);
     if (followed == nullptr) throw StatusError(ZEL_NOT_FOUND);
     SetTextOutput(textOut, TextOf(std::string_view(followed->value)), kPolicyNameWidth);
@@ -120,12 +120,46 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetPortLSTeamingPolicyName(zel_Switch
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_PortGetTeamUplinkHint(zel_SwitchPortID portID, zel_Name *uplink) {
-  return Guarded([&] {
+  return ReadCall([&] {
     RequirePointer(uplink);
-    const Host &host = ProcessHost();
+    const Host &host = ReadHost();
     const Switch &owner = host.FindSwitchOfPort(portID);
     zel_Name name{};
     kestrel::host::abi::SetText(name.string, TeamUplinkOf(host, owner, *owner.config.ports().Find(portID)));
     SetOutput(uplink, name);
   });
+}
+
+KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetServicePortTeamingStats(const char *switchName,
+                                                                      VSServicePortTeamingStats *stats) {
+  return ReadCall([&] {
+    RequirePointer(stats);
+    *stats = {};
+    const ServiceTraffic &traffic = ReadHost().FindSwitch(SwitchName(switchName)).runtime.team.state().services;
+    VSServicePortTeamingStats record{};
+    record.txFromSrvPort = traffic.sent;
+    record.txUsingSrvPortFRP = traffic.by_service_policy;
+    record.txUsingPktSrcPortFRP = traffic.by_source_policy;
+    record.txErrors = traffic.errors;
+    record.rxToSrvPort = traffic.received;
+    record.rxRpfOverride = traffic.overrides;
+    SetOutput(stats, record);
+  });
+}
+
+KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetRARPStats(const char *switchName, VSRARPStats *stats) {
+  return ReadCall([&] {
+    RequirePointer(stats);
+    *stats = {};
+    const AnnouncementState &state = ReadHost().FindSwitch(SwitchName(switchName)).runtime.team.state().announcements;
+    VSRARPStats record{};
+    record.rarpPktsSent = state.sent;
+    record.maxRARPTime = state.longest_round;
+    record.rarpTime = state.all_rounds;
+    SetOutput(stats, record);
+  });
+}
+
+KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_RefreshDevNUMAInfo(const char *switchName) {
+  return ChangeCall([&] { ChangeHost().RefreshNumaNodes(SwitchName(switchName)); });
 }

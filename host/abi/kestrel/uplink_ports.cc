@@ -47,19 +47,19 @@ using namespace kestrel::host;
 using namespace kestrel::host::abi;
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_AddSwitchUplinkPort(const char *switchName, const char *uplinkName) {
-  return Guarded([&] {
+  return ChangeCall([&] {
     const auto name = SwitchName(switchName);
     const auto uplink = UplinkName(uplinkName);
-    Host &host = ProcessHost();
+    Host &host = ChangeHost();
     host.AddUplink(name, std::string(uplink), FreePortName(host.FindSwitch(name).config));
   });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_RemoveSwitchUplinkPort(const char *switchName, const char *uplinkName) {
-  return Guarded([&] {
+  return ChangeCall([&] {
     const auto name = SwitchName(switchName);
     const auto uplink = UplinkName(uplinkName);
-    Host &host = ProcessHost();
+    Host &host = ChangeHost();
     const SwitchConfig &config = host.FindSwitch(name).config;
     if (config.NicOf(config.UplinkNamed(uplink).id) != nullptr) throw StatusError(ZEL_BUSY);
     host.RemoveUplink(name, uplink);
@@ -67,9 +67,9 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_RemoveSwitchUplinkPort(const char *sw
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_ClearSwitchUplinkPorts(const char *switchName) {
-  return Guarded([&] {
+  return ChangeCall([&] {
     const auto name = SwitchName(switchName);
-    Host &host = ProcessHost();
+    Host &host = ChangeHost();
     if (host.FindSwitch(name).config.uplinks().size() == 0) throw StatusError(ZEL_NOT_FOUND);
     host.ReplaceUplinks(name, {});
   });
@@ -77,19 +77,19 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_ClearSwitchUplinkPorts(const char *sw
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_SetSwitchUplinkPorts(const char *switchName, const VSUplinkPorts *ports,
                                                                 const VSUplinkPortIds *portIds) {
-  return Guarded([&] {
+  return ChangeCall([&] {
     const auto name = SwitchName(switchName);
-    ProcessHost().ReplaceUplinks(name, SpecsOf(ports, portIds));
+    ChangeHost().ReplaceUplinks(name, SpecsOf(ports, portIds));
   });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSDVS_GetSwitchUplinkPorts(const char *switchName, VSUplinkPorts **tableOut,
                                                                 VSUplinkPortIds **secondTableOut) {
-  return Guarded([&] {
+  return ReadCall([&] {
     ClearOutputs(tableOut, secondTableOut);
     const PropertyOwner owner{.switch_name = SwitchName(switchName)};
     const PropertyOwner part{.switch_name = owner.switch_name, .level = PropertyLevel::kHost};
-    const Host &host = ProcessHost();
+    const Host &host = ReadHost();
     RecordBlock names = Block(host.PropertyOf(owner, ZEL_VDSPROP_SWITCH_UPLINKPORTS));
     RecordBlock ids = Block(host.PropertyOf(part, ZEL_VDSPROP_HOST_UPLINKPORTS));
     SetOutput(tableOut, names.Release<VSUplinkPorts>());

@@ -4,6 +4,7 @@
 #include "host/abi/arguments.h"
 #include "host/abi/guard.h"
 #include "host/abi/record_block.h"
+#include "host/core/lacp.h"
 #include "host/core/process_host.h"
 #include "kestrel/runtime_queries.h"
 
@@ -34,19 +35,19 @@ using namespace kestrel::host;
 using namespace kestrel::host::abi;
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetUplinks(const char *switchName, VSUplinks **tableOut) {
-  return Guarded([&] {
+  return ReadCall([&] {
     ClearOutputs(tableOut);
-    SetOutput(tableOut, UplinksOf(ProcessHost().FindSwitch(SwitchName(switchName)).config));
+    SetOutput(tableOut, UplinksOf(ReadHost().FindSwitch(SwitchName(switchName)).config));
   });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetUplinkLinkState(const char *switchName, const char *uplinkName,
                                                               zel_LinkState *valueOut) {
-  return Guarded([&] {
+  return ReadCall([&] {
     ClearOutputs(valueOut);
     const auto name = SwitchName(switchName);
     const auto nic = NicName(uplinkName);
-    const Host &host = ProcessHost();
+    const Host &host = ReadHost();
     if (host.FindSwitch(name).config.UplinkOfNic(nic) == nullptr) throw StatusError(ZEL_NOT_FOUND);
     SetOutput(valueOut, host.LinkOfPluggedNic(nic).state);
   });
@@ -54,39 +55,35 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetUplinkLinkState(const char *switch
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetUplinkLACPLinkState(const char *switchName, const char *uplinkName,
                                                                   zel_LinkState *valueOut) {
-  return Guarded([&] {
+  return ReadCall([&] {
     ClearOutputs(valueOut);
     const auto name = SwitchName(switchName);
     const auto nic = NicName(uplinkName);
-    const Host &host = ProcessHost();
+    const Host &host = ReadHost();
     const SwitchConfig &config = host.FindSwitch(name).config;
     const Uplink *uplink = config.UplinkOfNic(nic);
     if (uplink == nullptr) throw StatusError(ZEL_NOT_FOUND);
-    const auto is_member = [uplink](const Lag &lag) {
-      return std::ranges::find(lag.members, uplink->name) != lag.members.end();
-    };
-    const bool is_grouped = std::ranges::any_of(config.lags().Items(), is_member);
-    SetOutput(valueOut, is_grouped ? host.LinkOfPluggedNic(nic).state : ZEL_LINK_STATE_DOWN);
+    SetOutput(valueOut, IsInService(host, host.FindSwitch(name), *uplink) ? ZEL_LINK_STATE_UP : ZEL_LINK_STATE_DOWN);
   });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_SetUplinkAdminLinkState(const char *switchName, const char *uplinkName,
                                                                    zel_LinkState state) {
-  return Guarded([&] {
+  return ChangeCall([&] {
     const auto name = SwitchName(switchName);
     const auto nic = NicName(uplinkName);
     if (state != ZEL_LINK_STATE_UP && state != ZEL_LINK_STATE_DOWN) throw StatusError(ZEL_BAD_PARAM);
-    Host &host = ProcessHost();
+    Host &host = ChangeHost();
     if (host.FindSwitch(name).config.UplinkOfNic(nic) == nullptr) throw StatusError(ZEL_NOT_FOUND);
     host.SetNicEnabled(nic, state == ZEL_LINK_STATE_UP);
   });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetUplinkDVPortID(const char *uplinkName, char textOut[48]) {
-  return Guarded([&] {
+  return ReadCall([&] {
     ClearText(textOut, ZEL_VDS_PORT_ID_MAX_LEN);
     const auto nic = NicName(uplinkName);
-    const SwitchConfig &config = ProcessHost().FindSwitchOfNic(nic).config;
+    const SwitchConfig &config = ReadHost().FindSwitchOfNic(nic).config;
     SetTextOutput(textOut, config.ports().Find(config.UplinkOfNic(nic)->id)->name, ZEL_VDS_PORT_ID_MAX_LEN);
   });
 }

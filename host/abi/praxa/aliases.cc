@@ -8,11 +8,13 @@ namespace kestrel::host::abi {
 namespace {
 
 /** The host has switches of one type only. */
-ZEL_ReturnStatus IdOfAlias(const char *alias, char *id) {
-  return Guarded([&] {
-    ClearText(id, ZEL_VDS_ID_MAX_LEN);
-    SetTextOutput(id, ProcessHost().FindSwitchByAlias(Alias(alias)).config.spec().id, ZEL_VDS_ID_MAX_LEN);
-  });
+ZEL_ReturnStatus IdOfAlias(const char *alias, char *id, const char *function = __builtin_FUNCTION()) {
+  return ReadCall(
+      [&] {
+        ClearText(id, ZEL_VDS_ID_MAX_LEN);
+        SetTextOutput(id, ReadHost().FindSwitchByAlias(Alias(alias)).config.spec().id, ZEL_VDS_ID_MAX_LEN);
+      },
+      function);
 }
 
 }  // namespace
@@ -30,18 +32,18 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSAliasToSwitchIdAllTypes(const char *alia
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSPortsetNameToAlias(const char *portsetName, char exactText[128]) {
-  return Guarded([&] {
+  return ReadCall([&] {
     ClearText(exactText, PORTSET_NAME_MAX);
     const auto name = SwitchName(portsetName);
-    const SwitchSpec &spec = ProcessHost().FindSwitch(name).config.spec();
+    const SwitchSpec &spec = ReadHost().FindSwitch(name).config.spec();
     if (spec.portset != name) throw StatusError(ZEL_NOT_FOUND);
     SetTextOutput(exactText, spec.alias, PORTSET_NAME_MAX);
   });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSAliasToPortsetName(const char *alias, char portsetName[128]) {
-  return Guarded([&] {
+  return UnarmedReadCall([&] {
     ClearText(portsetName, PORTSET_NAME_MAX);
-    SetTextOutput(portsetName, ProcessHost().FindSwitchByAlias(Alias(alias)).config.spec().portset, PORTSET_NAME_MAX);
+    SetTextOutput(portsetName, ReadHost().FindSwitchByAlias(Alias(alias)).config.spec().portset, PORTSET_NAME_MAX);
   });
 }

@@ -7,17 +7,17 @@ using namespace kestrel::host;
 using namespace kestrel::host::abi;
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSLoadConfig(void) {
-  return Guarded([] { ProcessHost().LoadConfig(); });
+  return ChangeCall([] { ChangeHost().LoadConfig(); });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSZEL_StateSanitize(void) {
-  return Guarded([] { ProcessHost().Sanitize(); });
+  return ChangeCall([] { ChangeHost().Sanitize(); });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSZEL_StateCleanup(void) {
-  return Guarded([] { ProcessHost().Cleanup(); });
+  return ChangeCall([] { ChangeHost().Cleanup(); });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSState_ConfigReset(void) {
-  return Guarded([] { ProcessHost().ResetConfig(); });
+  return ChangeCall([] { ChangeHost().ResetConfig(); });
 }

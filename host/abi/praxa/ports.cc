@@ -6,6 +6,7 @@
 #include "host/abi/arguments.h"
 #include "host/abi/handle_access.h"
 #include "host/abi/record_block.h"
+#include "host/core/kept_text.h"
 #include "host/core/record_bytes.h"
 #include "kestrel/state_store.h"
 
@@ -15,11 +16,13 @@ namespace {
 const Port &PortOf(const char *switch_id, const char *port_id) {
   const auto id = SwitchId(switch_id);
   const auto port = PortName(port_id);
-  return ProcessHost().FindSwitchById(id).config.PortNamed(port);
+  return ReadHost().FindSwitchById(id).config.PortNamed(port);
 }
 
-/** Ports of a switch that takes no traffic yet are shadows. */
+/** Ports of a switch that the host is no member of are only known to it; those of a switch that takes no traffic yet
+    are shadows. */
 DVSPortType TypeOfPorts(const SwitchConfig &config) {
+  if (!config.spec().is_member) return DVSPORT_TYPE_LOCALCACHE;
   const Property *disabled = config.properties().Find(VSPROP_SWITCH_FORWARDING_DISABLED);
   const bool is_shadow = disabled != nullptr && RecordOf<zel_Bool>(disabled->value) != 0;
   return is_shadow ? DVSPORT_TYPE_SHADOW : DVSPORT_TYPE_ACTIVE;
@@ -60,33 +63,37 @@ using namespace kestrel::host::abi;
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSZEL_SwitchPortList(const char *switchId, DVPortList **listCell,
                                                            DVSPortType type) {
-  return Guarded([&] {
+  return ReadCall([&] {
     ClearOutputs(listCell);
     if (type <= DVSPORT_TYPE_INVALID || type > DVSPORT_TYPE_LOCALCACHE) throw StatusError(ZEL_BAD_PARAM);
-    SetOutput(listCell, ListOf(ProcessHost().FindSwitchById(SwitchId(switchId)).config, type));
+    SetOutput(listCell, ListOf(ReadHost().FindSwitchById(SwitchId(switchId)).config, type));
   });
 }
 
-/* The host does not read images of ports. */
 KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSZEL_PortAdd(const char *switchId, const char *portId, void *image, int length) {
-  return Guarded([&] {
-    if (!BytesArgument(image, length).empty()) throw StatusError(ZEL_NOT_SUPPORTED);
+  return ChangeCall([&] {
+    const auto bytes = BytesArgument(image, length);
     const auto id = SwitchId(switchId);
     const auto port = PortName(portId);
-    Host &host = ProcessHost();
-    host.AddPort(host.FindSwitchById(id).config.spec().portset, std::string(port));
+    Host &host = ChangeHost();
+    const std::string &owner = host.FindSwitchById(id).config.spec().portset;
+    if (bytes.empty()) {
+      host.AddPort(owner, std::string(port));
+    } else {
+      host.AddPortOfImage(owner, std::string(port), bytes);
+    }
   });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSZEL_PortRemove(const char *switchId, const char *portId) {
-  return Guarded([&] {
+  return ChangeCall([&] {
     const std::string port = PortOf(switchId, portId).name;
-    ProcessHost().RemovePort(ProcessHost().FindSwitchById(switchId).config.spec().portset, port);
+    ChangeHost().RemovePort(ReadHost().FindSwitchById(switchId).config.spec().portset, port);
   });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSZEL_PortFind(const char *switchId, const char *portId) {
-  return Guarded([&] { PortOf(switchId, portId); });
+  return ReadCall([&] { PortOf(switchId, portId); });
 }
 
 KESTREL_HOST_EXPORT char DVPortExist(const char *switchId, const char *portId) {
@@ -98,12 +105,12 @@ KESTREL_HOST_EXPORT char DVPortExist(const char *switchId, const char *portId) {
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSZEL_PortGetByExternalId(const char *switchId, const char *externalId,
                                                                 OpaqueDVPortData **dataCell) {
-  return Guarded([&] {
+  return ReadCall([&] {
     ClearOutputs(dataCell);
     const auto id = SwitchId(switchId);
     const auto external = NameArgument(externalId, sizeof(OpaqueDVPortData::externalId));
     if (external.empty()) throw StatusError(ZEL_INVALID_NAME);
-    const auto ports = ProcessHost().FindSwitchById(id).config.ports().Items();
+    const auto ports = ReadHost().FindSwitchById(id).config.ports().Items();
     const auto found = std::ranges::find(ports, external, &Port::external_id);
     if (found == ports.end()) throw StatusError(ZEL_NOT_FOUND);
     OpaqueDVPortData data{};
@@ -118,17 +125,17 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSZEL_PortGetByExternalId(const char *swit
 KESTREL_HOST_EXPORT DVSPortHandle DVSState_PortFind(const char *switchId, const char *portId) {
   return OrNothing([&] {
     const PortId port = PortOf(switchId, portId).id;
-    return ProcessHost().handles().HandleOf({.kind = HandleMeaning::Kind::kPort, .switch_id = switchId, .port = port});
+    return HandleOf({.kind = HandleMeaning::Kind::kPort, .switch_id = switchId, .port = port});
   });
 }
 
 KESTREL_HOST_EXPORT const char *DVS_PortId(DVSPortHandle handle) {
-  return OrNothing([&] { return PortOfHandle(handle).name.c_str(); });
+  return OrNothing([&] { return KeptText(PortOfHandle(handle).name); });
 }
 
 KESTREL_HOST_EXPORT const char *DVS_PortAlias(DVSPortHandle handle) {
   return OrNothing([&]() -> const char * {
     const Property *alias = PortOfHandle(handle).properties.Find(ZEL_VDSPROP_PORT_ALIAS);
-    return alias == nullptr ? "" : alias->value.c_str();
+    return alias == nullptr ? "" : KeptText(TextOf(alias->value));
   });
 }

@@ -6,13 +6,14 @@
 #include "host/abi/guard.h"
 #include "host/abi/handle_access.h"
 #include "host/abi/record_block.h"
+#include "host/core/kept_text.h"
 #include "kestrel/state_store.h"
 
 namespace kestrel::host::abi {
 namespace {
 
 PropertyOwner OwnerOf(const char *switch_id, PropertyLevel level) {
-  return {.switch_name = ProcessHost().FindSwitchById(SwitchId(switch_id)).config.spec().portset, .level = level};
+  return {.switch_name = ReadHost().FindSwitchById(SwitchId(switch_id)).config.spec().portset, .level = level};
 }
 
 PropertyOwner PortOwner(const char *switch_id, const char *port_id) {
@@ -29,36 +30,47 @@ PropertyOwner UplinkOwner(const char *switch_id, zel_uint32 uplink) {
 
 std::string_view Key(const char *key) { return NameArgument(key, kMaxPropertyKey + 1); }
 
-void Get(const PropertyOwner &owner, const char *key, void **value_cell, int *length_cell) {
-  const std::string value = ProcessHost().PropertyOf(owner, Key(key));
+void HandOut(const std::string &value, void **value_cell, int *length_cell) {
   SetOutput(value_cell, static_cast<void *>(BlockOf<char>(value)));
   SetOutput(length_cell, static_cast<int>(value.size()));
+}
+
+void Get(const PropertyOwner &owner, const char *key, void **value_cell, int *length_cell) {
+  HandOut(ReadHost().PropertyOf(owner, Key(key)), value_cell, length_cell);
+}
+
+/** What an offload device is told. */
+void GetOffloaded(const PropertyOwner &owner, const char *key, void **value_cell, int *length_cell) {
+  HandOut(ReadHost().OffloadedPropertyOf(owner, Key(key)), value_cell, length_cell);
 }
 
 void Set(const PropertyOwner &owner, const char *key, const void *value, int length, zel_uint32 type) {
   const auto name = Key(key);
   const auto bytes = BytesArgument(value, length);
   if (bytes.size() > kMaxPropertyValue) throw StatusError(ZEL_LIMIT_EXCEEDED);
-  ProcessHost().SetProperty(owner, name, {std::string(bytes), type});
+  ChangeHost().SetProperty(owner, name, {std::string(bytes), type});
 }
 
 void Clear(const PropertyOwner &owner, const char *key) {
-  ProcessHost().ClearProperty(owner, Key(key), Persistence::kSaved);
+  ChangeHost().ClearProperty(owner, Key(key), Persistence::kSaved);
 }
 
 /** The handle of a property that is set. */
-ZEL_ReturnStatus LookUp(const char *switch_id, PropertyLevel level, const char *key, DVSDataItem *item_cell) {
-  return Guarded([&] {
-    ClearOutputs(item_cell);
-    const auto id = SwitchId(switch_id);
-    const auto name = Key(key);
-    Host &host = ProcessHost();
-    if (host.FindSwitchById(id).config.PropertiesAt({level}).Find(name) == nullptr) throw StatusError(ZEL_NOT_FOUND);
-    SetOutput(item_cell, host.handles().HandleOf({.kind = HandleMeaning::Kind::kProperty,
-                                                  .switch_id = std::string(id),
-                                                  .level = level,
-                                                  .key = std::string(name)}));
-  });
+ZEL_ReturnStatus LookUp(const char *switch_id, PropertyLevel level, const char *key, DVSDataItem *item_cell,
+                        const char *function = __builtin_FUNCTION()) {
+  return ReadCall(
+      [&] {
+        ClearOutputs(item_cell);
+        const auto id = SwitchId(switch_id);
+        const auto name = Key(key);
+        const PropertySet &properties = ReadHost().FindSwitchById(id).config.PropertiesAt({level});
+        if (properties.Find(name) == nullptr) throw StatusError(ZEL_NOT_FOUND);
+        SetOutput(item_cell, HandleOf({.kind = HandleMeaning::Kind::kProperty,
+                                       .switch_id = std::string(id),
+                                       .level = level,
+                                       .key = std::string(name)}));
+      },
+      function);
 }
 
 }  // namespace
@@ -73,19 +85,27 @@ KESTREL_HOST_EXPORT void DVSZEL_DataFree(void *buffer) { std::free(buffer); }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSZEL_GlobalPropGet(const char *switchId, const char *key, void **valueCell,
                                                           int *lengthCell) {
-  return Guarded([&] {
+  return ReadCall([&] {
     ClearOutputs(valueCell, lengthCell);
     Get(OwnerOf(switchId, PropertyLevel::kSwitch), key, valueCell, lengthCell);
   });
 }
 
+KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSZEL_SmartNICGlobalPropGet(const char *switchId, const char *key,
+                                                                  void **valueCell, int *lengthCell) {
+  return ReadCall([&] {
+    ClearOutputs(valueCell, lengthCell);
+    GetOffloaded(OwnerOf(switchId, PropertyLevel::kSwitch), key, valueCell, lengthCell);
+  });
+}
+
 KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSZEL_GlobalPropSet(const char *switchId, const char *key, void *value,
                                                           int length, zel_uint32 propertyType) {
-  return Guarded([&] { Set(OwnerOf(switchId, PropertyLevel::kSwitch), key, value, length, propertyType); });
+  return ChangeCall([&] { Set(OwnerOf(switchId, PropertyLevel::kSwitch), key, value, length, propertyType); });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSZEL_GlobalPropClear(const char *switchId, const char *key) {
-  return Guarded([&] { Clear(OwnerOf(switchId, PropertyLevel::kSwitch), key); });
+  return ChangeCall([&] { Clear(OwnerOf(switchId, PropertyLevel::kSwitch), key); });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSState_GlobalPropLookup(const char *switchId, const char *key,
@@ -97,19 +117,27 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSState_GlobalPropLookup(const char *switc
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSZEL_HostPropGet(const char *switchId, const char *key, void **valueCell,
                                                         int *lengthCell) {
-  return Guarded([&] {
+  return ReadCall([&] {
     ClearOutputs(valueCell, lengthCell);
     Get(OwnerOf(switchId, PropertyLevel::kHost), key, valueCell, lengthCell);
   });
 }
 
+KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSZEL_SmartNICHostPropGet(const char *switchId, const char *key, void **valueCell,
+                                                                int *lengthCell) {
+  return ReadCall([&] {
+    ClearOutputs(valueCell, lengthCell);
+    GetOffloaded(OwnerOf(switchId, PropertyLevel::kHost), key, valueCell, lengthCell);
+  });
+}
+
 KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSZEL_HostPropSet(const char *switchId, const char *key, void *value, int length,
                                                         zel_uint32 propertyType) {
-  return Guarded([&] { Set(OwnerOf(switchId, PropertyLevel::kHost), key, value, length, propertyType); });
+  return ChangeCall([&] { Set(OwnerOf(switchId, PropertyLevel::kHost), key, value, length, propertyType); });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSZEL_HostPropClear(const char *switchId, const char *key) {
-  return Guarded([&] { Clear(OwnerOf(switchId, PropertyLevel::kHost), key); });
+  return ChangeCall([&] { Clear(OwnerOf(switchId, PropertyLevel::kHost), key); });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSState_HostPropLookup(const char *switchId, const char *key,
@@ -121,26 +149,34 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSState_HostPropLookup(const char *switchI
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSZEL_PortDataGet(const char *switchId, const char *portId, const char *key,
                                                         void **valueCell, int *lengthCell) {
-  return Guarded([&] {
+  return ReadCall([&] {
     ClearOutputs(valueCell, lengthCell);
     Get(PortOwner(switchId, portId), key, valueCell, lengthCell);
   });
 }
 
+KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSZEL_SmartNICPortDataGet(const char *switchId, const char *portId,
+                                                                const char *key, void **valueCell, int *lengthCell) {
+  return ReadCall([&] {
+    ClearOutputs(valueCell, lengthCell);
+    GetOffloaded(PortOwner(switchId, portId), key, valueCell, lengthCell);
+  });
+}
+
 KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSZEL_PortDataSet(const char *switchId, const char *portId, const char *key,
                                                         void *value, int length, zel_uint32 propertyType) {
-  return Guarded([&] { Set(PortOwner(switchId, portId), key, value, length, propertyType); });
+  return ChangeCall([&] { Set(PortOwner(switchId, portId), key, value, length, propertyType); });
 }
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSZEL_PortDataClear(const char *switchId, const char *portId, const char *key) {
-  return Guarded([&] { Clear(PortOwner(switchId, portId), key); });
+  return ChangeCall([&] { Clear(PortOwner(switchId, portId), key); });
 }
 
 // ---- Of an uplink ----
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSZEL_UplinkDataGet(const char *switchId, const char *key, zel_uint32 uplink,
                                                           void **valueCell, int *lengthCell) {
-  return Guarded([&] {
+  return ReadCall([&] {
     ClearOutputs(valueCell, lengthCell);
     Get(UplinkOwner(switchId, uplink), key, valueCell, lengthCell);
   });
@@ -148,7 +184,7 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSZEL_UplinkDataGet(const char *switchId, 
 
 KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSZEL_UplinkDataSet(const char *switchId, const char *key, zel_uint32 uplink,
                                                           void *value, int length, zel_uint32 propertyType) {
-  return Guarded([&] { Set(UplinkOwner(switchId, uplink), key, value, length, propertyType); });
+  return ChangeCall([&] { Set(UplinkOwner(switchId, uplink), key, value, length, propertyType); });
 }
 
 // ---- Items ----
@@ -156,7 +192,7 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus DVSZEL_UplinkDataSet(const char *switchId, 
 KESTREL_HOST_EXPORT zel_uint32 DVSData_Data(DVSDataItem item, void **valueCell) {
   return OrNothing([&] {
     ClearOutputs(valueCell);
-    const std::string &value = PropertyOfHandle(item).value;
+    const std::string &value = KeepValue(item, PropertyOfHandle(item).value);
     SetOutput(valueCell, static_cast<void *>(const_cast<char *>(value.data())));
     return static_cast<zel_uint32>(value.size());
   });
@@ -165,7 +201,7 @@ KESTREL_HOST_EXPORT zel_uint32 DVSData_Data(DVSDataItem item, void **valueCell) 
 KESTREL_HOST_EXPORT const char *DVSData_Name(DVSDataItem item) {
   return OrNothing([&] {
     PropertyOfHandle(item);
-    return MeaningOf(item, HandleMeaning::Kind::kProperty).key.c_str();
+    return KeptText(MeaningOf(item, HandleMeaning::Kind::kProperty).key);
   });
 }
 

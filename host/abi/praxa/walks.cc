@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "host/abi/handle_access.h"
+#include "host/core/property_types.h"
 #include "kestrel/state_store.h"
 
 namespace kestrel::host::abi {
@@ -11,34 +12,41 @@ namespace {
 using Callback = char (*)(void *, void *);
 using Kind = HandleMeaning::Kind;
 
-/** Calls back for the handles that `collect(host)` gives. */
+/** Calls back for the handles that `collect()` gives. */
 template <typename Collect>
-void Walk(Callback callback, void *context, Collect collect) {
-  if (callback == nullptr) return;
-  Guarded([&] {
-    for (void *handle : collect(ProcessHost())) {
-      if (callback(handle, context) == 0) return;
-    }
-  });
+void Walk(Callback callback, void *context, Collect collect, const char *function = __builtin_FUNCTION()) {
+  ReadCall(
+      [&] {
+        if (callback == nullptr) return;
+        for (void *handle : collect()) {
+          if (callback(handle, context) == 0) return;
+        }
+      },
+      function);
 }
 
-std::vector<void *> HandlesOf(Host &host, const PropertySet &properties, const HandleMeaning &owner) {
+std::vector<void *> HandlesOf(const PropertySet &properties, const HandleMeaning &owner) {
   std::vector<void *> handles;
   for (const auto &[key, property] : properties.Items()) {
+    if (!IsListed(property.type, ALL_PUBLIC_PROP_TYPE)) continue;
     HandleMeaning meaning = owner;
     meaning.kind = Kind::kProperty;
     meaning.key = key;
-    handles.push_back(host.handles().HandleOf(meaning));
+    handles.push_back(HandleOf(meaning));
   }
   return handles;
 }
 
-void WalkSwitchProperties(DVSwitchHandle handle, PropertyLevel level, Callback callback, void *context) {
-  Walk(callback, context, [&](Host &host) {
-    const SwitchConfig &config = SwitchOfHandle(handle);
-    return HandlesOf(host, config.PropertiesAt({level}),
-                     {.kind = Kind::kProperty, .switch_id = config.spec().id, .level = level});
-  });
+void WalkSwitchProperties(DVSwitchHandle handle, PropertyLevel level, Callback callback, void *context,
+                          const char *function = __builtin_FUNCTION()) {
+  Walk(
+      callback, context,
+      [&] {
+        const SwitchConfig &config = SwitchOfHandle(handle);
+        return HandlesOf(config.PropertiesAt({level}),
+                         {.kind = Kind::kProperty, .switch_id = config.spec().id, .level = level});
+      },
+      function);
 }
 
 }  // namespace
@@ -48,21 +56,21 @@ using namespace kestrel::host;
 using namespace kestrel::host::abi;
 
 KESTREL_HOST_EXPORT void DVSState_SwitchForEach(DVSwitchCallback callback, void *context) {
-  Walk(callback, context, [](Host &host) {
+  Walk(callback, context, [] {
     std::vector<void *> handles;
-    for (const Switch &each : host.Switches()) {
-      handles.push_back(host.handles().HandleOf({.kind = Kind::kSwitch, .switch_id = each.config.spec().id}));
+    for (const Switch &each : ReadHost().Switches()) {
+      handles.push_back(HandleOf({.kind = Kind::kSwitch, .switch_id = each.config.spec().id}));
     }
     return handles;
   });
 }
 
 KESTREL_HOST_EXPORT void DVSState_PortForEach(DVSwitchHandle handle, DVSPortCallback callback, void *context) {
-  Walk(callback, context, [&](Host &host) {
+  Walk(callback, context, [&] {
     const SwitchConfig &config = SwitchOfHandle(handle);
     std::vector<void *> handles;
     for (const Port &port : config.ports().Items()) {
-      handles.push_back(host.handles().HandleOf({.kind = Kind::kPort, .switch_id = config.spec().id, .port = port.id}));
+      handles.push_back(HandleOf({.kind = Kind::kPort, .switch_id = config.spec().id, .port = port.id}));
     }
     return handles;
   });
@@ -78,10 +86,10 @@ KESTREL_HOST_EXPORT void DVSState_GlobalPropForEach(DVSwitchHandle handle, DVSPo
 }
 
 KESTREL_HOST_EXPORT void DVSState_PortDataForEach(DVSPortHandle handle, DVSPortDataCallback callback, void *context) {
-  Walk(callback, context, [&](Host &host) {
+  Walk(callback, context, [&] {
     const Port &port = PortOfHandle(handle);
     HandleMeaning owner = MeaningOf(handle, Kind::kPort);
     owner.level = PropertyLevel::kPort;
-    return HandlesOf(host, port.properties, owner);
+    return HandlesOf(port.properties, owner);
   });
 }

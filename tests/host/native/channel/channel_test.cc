@@ -10,6 +10,7 @@
 
 #include "host/abi/guard.h"
 #include "host/core/errors.h"
+#include "host/core/faults.h"
 #include "kestrel/runtime_queries.h"
 #include "kestrel/state_store.h"
 
@@ -21,10 +22,13 @@ EXPORTED int32_t exception_status;
 EXPORTED void *exceptionType;
 EXPORTED const char *exceptionMsg;
 EXPORTED extern void *PyExc_RuntimeError;
+EXPORTED extern void *PyExc_OSError;
 }
 
 static char runtime_error;
 void *PyExc_RuntimeError = &runtime_error;
+static char os_error;
+void *PyExc_OSError = &os_error;
 
 namespace kestrel::host::abi {
 namespace {
@@ -47,23 +51,40 @@ class Channel : public testing::Test {
 };
 
 TEST_F(Channel, CarriesAFatalErrorOut) {
-  EXPECT_EQ(CallArmed([] { return Guarded([] { throw FatalError("the model is torn"); }); }), kAborted);
+  EXPECT_EQ(CallArmed([] { return ChangeCall([] { throw FatalError("the model is torn"); }); }), kAborted);
   EXPECT_EQ(exception_status, 1);
   EXPECT_EQ(exceptionType, &runtime_error);
   EXPECT_STREQ(exceptionMsg, "the model is torn");
 }
 
+TEST_F(Channel, NamesTheExceptionOrARuntimeErrorInItsPlace) {
+  EXPECT_EQ(CallArmed([] { return ReadCall([] { throw FatalError("no link", "OSError"); }); }), kAborted);
+  EXPECT_EQ(exceptionType, &os_error);
+  EXPECT_EQ(CallArmed([] { return ReadCall([] { throw FatalError("no link", "NoSuchError"); }); }), kAborted);
+  EXPECT_EQ(exceptionType, &runtime_error);
+  EXPECT_EQ(CallArmed([] { return ReadCall([] { throw FatalError("no link"); }); }), kAborted);
+  EXPECT_EQ(exceptionType, &runtime_error) << "the name of the last one is not kept";
+}
+
+TEST_F(Channel, IsReachedByArmedFaults) {
+  ArmFault({.function = "DVSLoadConfig", .effect = FaultEffect::kAbort, .exception = "OSError", .message = "gone"});
+  EXPECT_EQ(CallArmed(DVSLoadConfig), kAborted);
+  EXPECT_EQ(exceptionType, &os_error);
+  EXPECT_STREQ(exceptionMsg, "gone");
+  EXPECT_EQ(CallArmed(DVSLoadConfig), ZEL_OK);
+}
+
 TEST_F(Channel, CarriesWhatNobodyForesaw) {
-  EXPECT_EQ(CallArmed([] { return Guarded([] { throw std::out_of_range("off the map"); }); }), kAborted);
+  EXPECT_EQ(CallArmed([] { return ChangeCall([] { throw std::out_of_range("off the map"); }); }), kAborted);
   EXPECT_STREQ(exceptionMsg, "off the map");
-  EXPECT_EQ(CallArmed([] { return Guarded([] { throw 42; }); }), kAborted);
+  EXPECT_EQ(CallArmed([] { return ChangeCall([] { throw 42; }); }), kAborted);
   EXPECT_STREQ(exceptionMsg, "the host failed in a way it cannot name");
 }
 
 TEST_F(Channel, IsLeftAloneByOrdinaryOutcomes) {
-  EXPECT_EQ(CallArmed([] { return Guarded([] {}); }), ZEL_OK);
-  EXPECT_EQ(CallArmed([] { return Guarded([] { throw StatusError(ZEL_BUSY); }); }), ZEL_BUSY);
-  EXPECT_EQ(CallArmed([] { return Guarded([] { throw std::bad_alloc(); }); }), ZEL_NO_MEMORY);
+  EXPECT_EQ(CallArmed([] { return ChangeCall([] {}); }), ZEL_OK);
+  EXPECT_EQ(CallArmed([] { return ChangeCall([] { throw StatusError(ZEL_BUSY); }); }), ZEL_BUSY);
+  EXPECT_EQ(CallArmed([] { return ChangeCall([] { throw std::bad_alloc(); }); }), ZEL_NO_MEMORY);
   EXPECT_EQ(CallArmed(DVSLoadConfig), ZEL_OK);
   EXPECT_EQ(CallArmed([] { return VSZEL_GetVSInfo("nowhere", nullptr); }), ZEL_BAD_PARAM);
   EXPECT_EQ(exception_status, 0);
@@ -85,7 +106,7 @@ struct Thrown : std::runtime_error {
 TEST_F(Channel, OpensOnlyAfterTheErrorIsUnwoundAndDestroyed) {
   destroyed = 0;
   EXPECT_EQ(CallArmed([] {
-              return Guarded([] {
+              return ChangeCall([] {
                 const Local local;
                 throw Thrown("torn");
               });
@@ -101,16 +122,16 @@ TEST_F(Channel, ServesOneCallAfterTheOther) {
   for (const char *message : {"first", "second, which is longer", "3"}) {
     static std::string current;
     current = message;
-    EXPECT_EQ(CallArmed([] { return Guarded([] { throw FatalError(current); }); }), kAborted);
+    EXPECT_EQ(CallArmed([] { return ChangeCall([] { throw FatalError(current); }); }), kAborted);
     EXPECT_EQ(exceptionMsg, current);
-    EXPECT_EQ(CallArmed([] { return Guarded([] {}); }), ZEL_OK);
+    EXPECT_EQ(CallArmed([] { return ChangeCall([] {}); }), ZEL_OK);
   }
 }
 
 TEST_F(Channel, IsNotUsedAfterACallWasAbortedUntilTheNextOneArmsIt) {
-  EXPECT_EQ(CallArmed([] { return Guarded([] { throw FatalError("first"); }); }), kAborted);
+  EXPECT_EQ(CallArmed([] { return ChangeCall([] { throw FatalError("first"); }); }), kAborted);
   testing::internal::CaptureStderr();
-  EXPECT_EQ(Guarded([] { throw FatalError("nobody armed"); }), ZEL_FAILURE);
+  EXPECT_EQ(ChangeCall([] { throw FatalError("nobody armed"); }), ZEL_FAILURE);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "Panic: nobody armed\n");
 }
 

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/host/native/support/status.h"
+
 namespace kestrel::host {
 namespace {
 
@@ -36,16 +38,25 @@ TEST(Handles, EndWithWhatTheyStandForAndAreNotUsedAgain) {
   void *of_property = table.HandleOf(property);
   void *of_other = table.HandleOf({.kind = Kind::kPort, .switch_id = "b", .port = 2});
 
-  table.ForgetPort(1);
+  table.ForgetIf([](const HandleMeaning &meaning) { return meaning.port == 1; });
   EXPECT_EQ(table.Find(of_port), nullptr);
   EXPECT_EQ(table.Find(of_property), nullptr);
   EXPECT_NE(table.Find(of_owner), nullptr);
   EXPECT_NE(table.HandleOf(port), of_port);
 
-  table.ForgetSwitch("a");
+  table.ForgetIf([](const HandleMeaning &meaning) { return meaning.switch_id == "a"; });
   EXPECT_EQ(table.Find(of_owner), nullptr);
   EXPECT_NE(table.HandleOf(owner), of_owner);
   EXPECT_NE(table.Find(of_other), nullptr);
+}
+
+TEST(Handles, KeepValuesAtOneAddressWhileTheyAreTheSame) {
+  HandleTable table;
+  void *handle = table.HandleOf({.kind = Kind::kProperty, .switch_id = "a", .key = "k"});
+  const char *kept = table.KeepValue(handle, "value").data();
+  EXPECT_EQ(table.KeepValue(handle, "value").data(), kept);
+  EXPECT_EQ(table.KeepValue(handle, "other"), "other");
+  EXPECT_STATUS(ZEL_INVALID_HANDLE, table.KeepValue(&table, "value"));
 }
 
 }  // namespace

@@ -166,7 +166,7 @@ TEST(Host, CleanupReleasesTheSwitchesAndLoadBringsThemBack) {
   host->Sanitize();
   host->LoadConfig();
   EXPECT_EQ(ConfigOf(*host), before);
-  EXPECT_TRUE(host->FindSwitch(kAlias).macs.entries().empty());
+  EXPECT_TRUE(host->FindSwitch(kAlias).runtime.macs.entries().empty());
   EXPECT_EQ(host->LinkOfPluggedNic("nic-l"), kUp) << "NICs are no part of the configuration";
 }
 
@@ -184,12 +184,12 @@ TEST(Host, LoadKeepsWhatTrafficMadeOfASwitch) {
   host->SeeSource(kAlias, machine, {0, Station(1)});
   host->AdvanceClock(seconds(100));
   host->LoadConfig();
-  const auto &entries = host->FindSwitch(kAlias).macs.entries();
+  const auto entries = host->FindSwitch(kAlias).runtime.macs.entries();
   ASSERT_EQ(entries.size(), 1U);
-  EXPECT_EQ(entries.begin()->second.port, machine);
-  EXPECT_EQ(entries.begin()->second.last_seen, seconds(0));
+  EXPECT_EQ(entries.front().entry.port, machine);
+  EXPECT_EQ(entries.front().entry.last_seen, seconds(0));
   host->AdvanceClock(seconds(500));
-  EXPECT_TRUE(entries.empty()) << "and it goes on ageing";
+  EXPECT_EQ(host->FindSwitch(kAlias).runtime.macs.size(), 0U) << "and it goes on ageing";
 }
 
 TEST(Host, LoadKeepsTheOrderOfSwitches) {
@@ -226,11 +226,11 @@ TEST(Host, SanitizeDropsLearnedAddressesBehindFreePorts) {
   host->EnterAddress(kAlias, machine, {0, Station(2)}, VS_MAC_ADDR_TYPE_USER);
   host->SeeSource(kAlias, service, {0, Station(3)});
   host->Disconnect(kAlias, "machine");
-  EXPECT_EQ(host->FindSwitch(kAlias).macs.entries().size(), 3U);
+  EXPECT_EQ(host->FindSwitch(kAlias).runtime.macs.entries().size(), 3U);
   host->Sanitize();
-  const auto &entries = host->FindSwitch(kAlias).macs.entries();
+  const auto entries = host->FindSwitch(kAlias).runtime.macs.entries();
   EXPECT_EQ(entries.size(), 2U);
-  EXPECT_FALSE(entries.contains({0, Station(1)}));
+  EXPECT_EQ(host->FindSwitch(kAlias).runtime.macs.Find({0, Station(1)}), nullptr);
 }
 
 TEST(Host, SanitizeLeavesATidyHostAsItIs) {
@@ -239,7 +239,7 @@ TEST(Host, SanitizeLeavesATidyHostAsItIs) {
   const SwitchConfig before = ConfigOf(*host);
   host->Sanitize();
   EXPECT_EQ(ConfigOf(*host), before);
-  EXPECT_EQ(host->FindSwitch(kAlias).macs.entries().size(), 1U);
+  EXPECT_EQ(host->FindSwitch(kAlias).runtime.macs.entries().size(), 1U);
 }
 
 TEST(Host, ARemovedUplinkTakesItsAddressesAlong) {
@@ -249,7 +249,7 @@ TEST(Host, ARemovedUplinkTakesItsAddressesAlong) {
   host->EnterAddress(kAlias, left, {0, Station(2)}, VS_MAC_ADDR_TYPE_STATIC);
   host->SeeSource(kAlias, IdOfPort(*host, "u3"), {0, Station(3)});
   host->RemoveUplink(kAlias, "left");
-  EXPECT_EQ(host->FindSwitch(kAlias).macs.entries().size(), 1U);
+  EXPECT_EQ(host->FindSwitch(kAlias).runtime.macs.entries().size(), 1U);
   EXPECT_NE(host->AddUplink(kAlias, "left", "u1"), left) << "an identifier is not used twice";
 }
 
@@ -260,7 +260,7 @@ TEST(Host, LearnsOnlyWhatAStationCanHaveSent) {
   EXPECT_STATUS(ZEL_BAD_VLANID, host->SeeSource(kAlias, machine, {4095, Station(1)}));
   EXPECT_STATUS(ZEL_BAD_PARAM, host->SeeSource(kAlias, machine, {0, {}}));
   EXPECT_STATUS(ZEL_BAD_PARAM, host->EnterAddress(kAlias, machine, {0, {1}}, VS_MAC_ADDR_TYPE_USER));
-  EXPECT_TRUE(host->FindSwitch(kAlias).macs.entries().empty());
+  EXPECT_TRUE(host->FindSwitch(kAlias).runtime.macs.entries().empty());
 }
 
 TEST(LagStatus, IsUpWhileOneMemberIs) {

@@ -14,11 +14,13 @@ constexpr PortId kHere = 1;
 constexpr PortId kThere = 2;
 constexpr MacKey kKey{100, Station(1)};
 
+std::vector<MacItem> ItemsOf(const MacTable &table) { return {table.entries().begin(), table.entries().end()}; }
+
 TEST(MacTable, LearnsThenRefreshes) {
   MacTable table;
   EXPECT_EQ(table.Learn(kKey, kHere, seconds(5)), Learning::kNew);
   EXPECT_EQ(table.Learn(kKey, kHere, seconds(9)), Learning::kRefreshed);
-  EXPECT_EQ(table.entries().at(kKey), (MacEntry{VS_MAC_ADDR_TYPE_LEARNED, kHere, seconds(9), 0}));
+  EXPECT_EQ(*table.Find(kKey), (MacEntry{VS_MAC_ADDR_TYPE_LEARNED, kHere, seconds(9), 0}));
   EXPECT_EQ(table.entries().size(), 1U);
 }
 
@@ -28,7 +30,7 @@ TEST(MacTable, CountsMovesBetweenPorts) {
   EXPECT_EQ(table.Learn(kKey, kThere, seconds(1)), Learning::kMoved);
   EXPECT_EQ(table.Learn(kKey, kThere, seconds(2)), Learning::kRefreshed);
   EXPECT_EQ(table.Learn(kKey, kHere, seconds(3)), Learning::kMoved);
-  EXPECT_EQ(table.entries().at(kKey), (MacEntry{VS_MAC_ADDR_TYPE_LEARNED, kHere, seconds(3), 2}));
+  EXPECT_EQ(*table.Find(kKey), (MacEntry{VS_MAC_ADDR_TYPE_LEARNED, kHere, seconds(3), 2}));
 }
 
 TEST(MacTable, OneAddressInTwoVlansIsTwoEntries) {
@@ -66,7 +68,7 @@ TEST(MacTable, AFrameMakesAnEntryYoungAgain) {
   table.Learn({1, Station(1)}, kHere, seconds(50));
   table.Expire(seconds(70));
   ASSERT_EQ(table.entries().size(), 1U);
-  EXPECT_EQ(table.entries().begin()->first.address, Station(1));
+  EXPECT_EQ(table.entries().front().key.address, Station(1));
   table.Expire(seconds(110));
   EXPECT_TRUE(table.entries().empty());
 }
@@ -96,11 +98,11 @@ TEST(MacTable, EnteredAddressesStayAsTheyAre) {
   MacTable table({10, seconds(60)});
   table.Enter({1, Station(1)}, VS_MAC_ADDR_TYPE_STATIC, kHere, seconds(0));
   table.Enter({1, Station(2)}, VS_MAC_ADDR_TYPE_USER, kHere, seconds(0));
-  const auto before = table.entries();
+  const auto before = ItemsOf(table);
   EXPECT_EQ(table.Learn({1, Station(1)}, kThere, seconds(1)), Learning::kFixed);
   EXPECT_EQ(table.Learn({1, Station(2)}, kThere, seconds(1)), Learning::kFixed);
   table.Expire(seconds(1000));
-  EXPECT_EQ(table.entries(), before);
+  EXPECT_EQ(ItemsOf(table), before);
 }
 
 TEST(MacTable, AnEnteredAddressReplacesALearnedOneAndOutlivesIt) {
@@ -109,17 +111,17 @@ TEST(MacTable, AnEnteredAddressReplacesALearnedOneAndOutlivesIt) {
   table.Enter(kKey, VS_MAC_ADDR_TYPE_USER, kThere, seconds(1));
   table.Expire(seconds(1000));
   ASSERT_EQ(table.entries().size(), 1U);
-  EXPECT_EQ(table.entries().at(kKey), (MacEntry{VS_MAC_ADDR_TYPE_USER, kThere, seconds(1), 0}));
+  EXPECT_EQ(*table.Find(kKey), (MacEntry{VS_MAC_ADDR_TYPE_USER, kThere, seconds(1), 0}));
 }
 
 TEST(MacTable, RefusesASecondEntryAndOtherKinds) {
   MacTable table;
   table.Enter(kKey, VS_MAC_ADDR_TYPE_STATIC, kHere, seconds(0));
-  const auto before = table.entries();
+  const auto before = ItemsOf(table);
   EXPECT_STATUS(ZEL_EXISTS, table.Enter(kKey, VS_MAC_ADDR_TYPE_USER, kThere, seconds(1)));
   EXPECT_STATUS(ZEL_BAD_PARAM, table.Enter({1, Station(9)}, VS_MAC_ADDR_TYPE_LEARNED, kHere, seconds(1)));
   EXPECT_STATUS(ZEL_BAD_PARAM, table.Enter({1, Station(9)}, VS_MAC_ADDR_TYPE_ALL, kHere, seconds(1)));
-  EXPECT_EQ(table.entries(), before);
+  EXPECT_EQ(ItemsOf(table), before);
 }
 
 TEST(MacTable, ForgetsWhatItIsToldToAndLearnsItAgain) {
@@ -128,10 +130,10 @@ TEST(MacTable, ForgetsWhatItIsToldToAndLearnsItAgain) {
   table.Learn({1, Station(2)}, kThere, seconds(0));
   table.RemoveIf([](const MacKey &, const MacEntry &entry) { return entry.port == kHere; });
   ASSERT_EQ(table.entries().size(), 1U);
-  EXPECT_EQ(table.entries().begin()->second.port, kThere);
+  EXPECT_EQ(table.entries().front().entry.port, kThere);
   EXPECT_EQ(table.Learn({1, Station(1)}, kHere, seconds(40)), Learning::kNew);
   table.Expire(seconds(60));
-  EXPECT_EQ(table.entries().begin()->first.address, Station(1)) << "its age counts from the second time";
+  EXPECT_EQ(table.entries().front().key.address, Station(1)) << "its age counts from the second time";
 }
 
 TEST(MacTable, StationsAreNeitherGroupsNorNobody) {

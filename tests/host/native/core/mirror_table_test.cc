@@ -67,6 +67,29 @@ TEST(MirrorTable, KeepsSlotsWithinTheirLists) {
   EXPECT_EQ(StatusWith(kSecondRule + offsetof(DVMirrorFilterRule, startIPIdx), zel_uint16{0}), ZEL_OK) << "shared";
 }
 
+TEST(MirrorTable, DoesNotGrowBeyondAValueWhenItsSlotsAreShared) {
+  const auto table_of = [](std::size_t rules, std::size_t prefixes) {
+    MirrorSession session = Session("one");
+    session.head.numFilterRules = static_cast<zel_uint16>(rules);
+    session.rules.assign(rules, {.head = session.rules[0].head, .prefixes = {}});
+    for (MirrorRule &rule : session.rules) rule.head.numSrcIPs = rule.head.numDstIPs = 0;
+    session.rules[0].prefixes.resize(prefixes);
+    std::string packed = Pack({.sessions = {session}});
+    // Every rule has all prefixes.
+    const std::size_t first = packed.size() - prefixes * sizeof(DVMirrorIpPrefix) - rules * sizeof(DVMirrorFilterRule);
+    for (std::size_t i = 0; i < rules; ++i) {
+      DVMirrorFilterRule rule = session.rules[i].head;
+      rule.startIPIdx = 0;
+      rule.numSrcIPs = static_cast<zel_uint16>(prefixes);
+      packed.replace(first + i * sizeof rule, sizeof rule, BytesOf(rule));
+    }
+    return packed;
+  };
+  EXPECT_STATUS(ZEL_OK, MirrorTableOf(table_of(100, 500)));
+  EXPECT_STATUS(ZEL_LIMIT_EXCEEDED, MirrorTableOf(table_of(120, 500)));
+  EXPECT_STATUS(ZEL_LIMIT_EXCEEDED, MirrorTableOf(table_of(20000, 30000)));
+}
+
 TEST(MirrorTable, KeepsValuesWithinTheirRanges) {
   EXPECT_EQ(StatusWith(0, 1U), ZEL_INVALID_METADATA);
   EXPECT_EQ(StatusWith(4, 0), ZEL_VERSION_MISMATCH_MAJOR);
@@ -74,6 +97,9 @@ TEST(MirrorTable, KeepsValuesWithinTheirRanges) {
   EXPECT_EQ(StatusWith(kSecondSession + offsetof(DVMirrorSession, type), 6), ZEL_BAD_PARAM);
   EXPECT_EQ(StatusWith(kSecondSession + offsetof(DVMirrorSession, encapType), -1), ZEL_BAD_PARAM);
   EXPECT_EQ(StatusWith(kSecondSession + offsetof(DVMirrorSession, encapVlan), zel_uint16{4095}), ZEL_BAD_VLANID);
+  EXPECT_EQ(StatusWith(kSecondSession + offsetof(DVMirrorSession, erspanID), zel_uint16{1024}), ZEL_BAD_PARAM);
+  EXPECT_EQ(StatusWith(kSecondSession + offsetof(DVMirrorSession, erspanCOS), zel_uint8{8}), ZEL_BAD_PARAM);
+  EXPECT_EQ(StatusWith(kSecondSession + offsetof(DVMirrorSession, erspanGra), zel_uint8{4}), ZEL_BAD_PARAM);
   EXPECT_EQ(StatusWith(kSecondRule + offsetof(DVMirrorFilterRule, action), 2), ZEL_BAD_PARAM);
   EXPECT_EQ(StatusWith(kSize - 19, zel_uint8{33}), ZEL_BAD_PARAM) << "a prefix of an IPv4 address";
   EXPECT_EQ(StatusWith(20, std::array<char, 4>{'t', 'w', 'o', 0}), ZEL_EXISTS);

@@ -41,7 +41,7 @@ class Exhaustion : public FaceTest {
   /** Runs `call` on a host made by `prepare` until memory suffices; gives the number of failures on the way. */
   int Sweep(const std::function<ZEL_ReturnStatus()> &call, const std::function<void()> &prepare = [] {}) {
     for (int limit = 0; limit < 10000; ++limit) {
-      InstallProcessHost(MakeTestHost());
+      BeginAnew();
       prepare();
       const SwitchConfig before = Config();
       const std::size_t switches = host().Switches().size();
@@ -133,9 +133,55 @@ TEST_F(Exhaustion, OfMakingSwitchesAndPorts) {
   EXPECT_GT(Sweep(add_switch), 0);
   Sweep([=] { return VSDVS_DestroyVSwitch(text); }, add_switch);
   const auto replace = [this] {
-    return abi::Guarded([this] { host().ReplaceUplinks(kAlias, {{"left", "u1"}, {"right", "u3"}, {"new", "u4"}}); });
+    return abi::ChangeCall([this] { host().ReplaceUplinks(kAlias, {{"left", "u1"}, {"right", "u3"}, {"new", "u4"}}); });
   };
   EXPECT_GT(Sweep(replace), 0);
+}
+
+TEST_F(Exhaustion, OfImages) {
+  const std::string image = host().ImageOfState();
+  char bytes[4096];
+  const int length = static_cast<int>(image.copy(bytes, sizeof bytes));
+  ASSERT_EQ(image.size(), static_cast<std::size_t>(length));
+  EXPECT_GT(Sweep([&] { return DVSZEL_StateInit(bytes, length); }), 0);
+  EXPECT_GT(Sweep([&] { return DVSState_ConfigDeserialize(bytes, length); }), 0);
+  const auto get = [](auto function) {
+    return [function] {
+      void *out = Stale<char>();
+      int size = -1;
+      const ZEL_ReturnStatus status = function(&out, &size);
+      EXPECT_EQ(out == nullptr, status != ZEL_OK);
+      std::free(out);
+      return status;
+    };
+  };
+  EXPECT_GT(Sweep(get(DVSZEL_StateGet)), 0);
+  EXPECT_GT(Sweep(get(DVSZEL_PersistentStateGet)), 0);
+  const std::string id = Config().spec().id;
+  EXPECT_GT(
+      Sweep(get([&id](void **out, int *size) { return DVSZEL_CmdExec(id.c_str(), "image", nullptr, 0, out, size); })),
+      0);
+  EXPECT_GT(Sweep([&] {
+              void *out = nullptr;
+              int size = 0;
+              return DVSZEL_CmdExec(id.c_str(), "restore", bytes, length, &out, &size);
+            }),
+            0);
+  std::string port = host().ImageOfPortInUse(kAlias, "machine");
+  EXPECT_GT(Sweep([&] { return DVSZEL_PortAdd(id.c_str(), "new", port.data(), static_cast<int>(port.size())); }), 0);
+}
+
+TEST_F(Exhaustion, OfCollections) {
+  const std::string id = Config().spec().id, name(40, 'n');
+  const auto list = [&id] {
+    DVSDataHandle handle = Stale<char>();
+    const ZEL_ReturnStatus status = DVSZEL_ExtraConfigPropList(id.c_str(), &handle, ALL_PUBLIC_PROP_TYPE);
+    EXPECT_EQ(handle == nullptr, status != ZEL_OK);
+    DVSData_Free(handle);
+    return status;
+  };
+  const auto prepare = [&] { host().SetProperty({.switch_name = kAlias}, name, {name}); };
+  EXPECT_GT(Sweep(list, prepare), 0);
 }
 
 TEST_F(Exhaustion, OfTheLifeOfTheConfiguration) {
@@ -145,7 +191,7 @@ TEST_F(Exhaustion, OfTheLifeOfTheConfiguration) {
 }
 
 TEST_F(Exhaustion, OfLoadingAReleasedConfiguration) {
-  InstallProcessHost(MakeTestHost());
+  BeginAnew();
   const SwitchConfig before = Config();
   host().Cleanup();
   int limit = 0;
@@ -160,7 +206,7 @@ TEST_F(Exhaustion, OfLoadingAReleasedConfiguration) {
 
 TEST_F(Exhaustion, OfBuildingASwitch) {
   const auto sweep = [this](auto operation) {
-    const auto call = [&] { return abi::Guarded([&] { operation(host()); }); };
+    const auto call = [&] { return abi::ChangeCall([&] { operation(host()); }); };
     EXPECT_GT(Sweep(call), 0);
   };
   const std::string name(40, 'n');  // longer than a string keeps without an allocation
@@ -174,7 +220,7 @@ TEST_F(Exhaustion, OfBuildingASwitch) {
 TEST_F(Exhaustion, OfPluggingANicIn) {
   const auto prepare = [this] { host().AddNic("nic-spare", kUp); };
   const auto call = [this] {
-    return abi::Guarded([this] { host().Connect(kAlias, "u2", {VS_PORT_CLIENT_UPLINK, "nic-spare"}); });
+    return abi::ChangeCall([this] { host().Connect(kAlias, "u2", {VS_PORT_CLIENT_UPLINK, "nic-spare"}); });
   };
   EXPECT_GT(Sweep(call, prepare), 0);
 }
@@ -182,17 +228,17 @@ TEST_F(Exhaustion, OfPluggingANicIn) {
 TEST_F(Exhaustion, OfGrouping) {
   const auto prepare = [this] { host().AddUplink(kAlias, "fourth", "u4"); };
   const auto call = [this] {
-    return abi::Guarded([this] { host().AddLag(kAlias, {.id = 9, .name = "second", .members = {"fourth"}}); });
+    return abi::ChangeCall([this] { host().AddLag(kAlias, {.id = 9, .name = "second", .members = {"fourth"}}); });
   };
   EXPECT_GT(Sweep(call, prepare), 0);
 }
 
 TEST_F(Exhaustion, OfLearning) {
   const auto learn = [this] {
-    return abi::Guarded([this] { host().SeeSource(kAlias, IdOfPort(host(), "machine"), {0, Station(1)}); });
+    return abi::ChangeCall([this] { host().SeeSource(kAlias, IdOfPort(host(), "machine"), {0, Station(1)}); });
   };
   EXPECT_GT(Sweep(learn), 0);
-  EXPECT_EQ(host().FindSwitch(kAlias).macs.entries().size(), 1U);
+  EXPECT_EQ(host().FindSwitch(kAlias).runtime.macs.entries().size(), 1U);
 }
 
 TEST_F(Exhaustion, OfLearningLeavesNothingThatAges) {
@@ -201,12 +247,13 @@ TEST_F(Exhaustion, OfLearningLeavesNothingThatAges) {
   for (int limit = 0; status != ZEL_OK; ++limit) {
     host().AdvanceClock(std::chrono::seconds(1));
     allocations_left = limit;
-    status = abi::Guarded([&] { host().SeeSource(kAlias, machine, {0, Station(1)}); });
+    status = abi::ChangeCall([&] { host().SeeSource(kAlias, machine, {0, Station(1)}); });
     allocations_left = -1;
     ASSERT_TRUE(status == ZEL_OK || status == ZEL_NO_MEMORY);
   }
   host().AdvanceClock(std::chrono::seconds(VS_MAC_LEARNING_AGING_TIME_DEFAULT - 1));
-  EXPECT_EQ(host().FindSwitch(kAlias).macs.entries().size(), 1U) << "its age counts from the frame that was learned";
+  EXPECT_EQ(host().FindSwitch(kAlias).runtime.macs.entries().size(), 1U)
+      << "its age counts from the frame that was learned";
 }
 
 }  // namespace

@@ -13,16 +13,16 @@ namespace kestrel::host::abi {
 namespace {
 
 TEST(Guard, TurnsOutcomesIntoStatuses) {
-  EXPECT_EQ(Guarded([] {}), ZEL_OK);
-  EXPECT_EQ(Guarded([] { throw StatusError(ZEL_BAD_VLANID); }), ZEL_BAD_VLANID);
-  EXPECT_EQ(Guarded([] { throw std::bad_alloc(); }), ZEL_NO_MEMORY);
-  EXPECT_EQ(Guarded([] { throw std::bad_array_new_length(); }), ZEL_NO_MEMORY);
+  EXPECT_EQ(ChangeCall([] {}), ZEL_OK);
+  EXPECT_EQ(ChangeCall([] { throw StatusError(ZEL_BAD_VLANID); }), ZEL_BAD_VLANID);
+  EXPECT_EQ(ChangeCall([] { throw std::bad_alloc(); }), ZEL_NO_MEMORY);
+  EXPECT_EQ(ChangeCall([] { throw std::bad_array_new_length(); }), ZEL_NO_MEMORY);
 }
 
 template <typename Error>
 std::string Reported(const Error &error) {
   testing::internal::CaptureStderr();
-  EXPECT_EQ(Guarded([&] { throw error; }), ZEL_FAILURE);
+  EXPECT_EQ(ChangeCall([&] { throw error; }), ZEL_FAILURE);
   return testing::internal::GetCapturedStderr();
 }
 
@@ -44,10 +44,10 @@ TEST(Guard, CutsALongMessageBetweenCharacters) {
 
 TEST(Guard, LeavesNothingOfWhatWasThrown) {
   testing::internal::CaptureStderr();
-  Guarded([] { throw FatalError("gone"); });
+  ChangeCall([] { throw FatalError("gone"); });
   testing::internal::GetCapturedStderr();
   EXPECT_EQ(std::current_exception(), nullptr);
-  EXPECT_EQ(Guarded([] {}), ZEL_OK);
+  EXPECT_EQ(ChangeCall([] {}), ZEL_OK);
 }
 
 }  // namespace

@@ -29,10 +29,34 @@ class MacTableFace : public FaceTest {
   const PortId left_;
 };
 
-TEST_F(MacTableFace, IsEmptyBeforeAnythingIsHeard) {
+TEST_F(MacTableFace, HasTheClientsBeforeAnythingIsHeard) {
+  host().AdvanceClock(seconds(7));
   const auto table = Table(VS_MAC_ADDR_TYPE_ALL);
-  EXPECT_EQ(table->totalEntries, 0U);
-  EXPECT_EQ(table->numEntries, 0U);
+  EXPECT_EQ(table->totalEntries, 2U);
+  ASSERT_EQ(table->numEntries, 2U);
+  const VSMACEntry entry = table->macEntries[0];
+  const auto &client = host().FindSwitch(kAlias).config.PortNamed("machine").client;
+  EXPECT_EQ(AddressOf(entry), client->address);
+  EXPECT_EQ(entry.macAddrType, VS_MAC_ADDR_TYPE_STATIC);
+  EXPECT_EQ(zel_SwitchPortID{entry.portID}, machine_);
+  EXPECT_EQ(zel_VlanID{entry.vid}, 0);
+  EXPECT_EQ(entry.aging, 0);
+  EXPECT_EQ(zel_uint32{entry.elapsed}, 7U) << "since it was connected";
+}
+
+TEST_F(MacTableFace, WhatWasLearnedOfAClientTakesThePlaceOfWhatIsKnown) {
+  const MacAddress address = host().FindSwitch(kAlias).config.PortNamed("machine").client->address;
+  host().SeeSource(kAlias, left_, {0, address});
+  EXPECT_EQ(Table(VS_MAC_ADDR_TYPE_ALL)->numEntries, 2U);
+  EXPECT_EQ(Table(VS_MAC_ADDR_TYPE_STATIC)->numEntries, 1U);
+  EXPECT_EQ(zel_SwitchPortID{Table(VS_MAC_ADDR_TYPE_LEARNED)->macEntries[0].portID}, left_);
+}
+
+TEST_F(MacTableFace, RefusesToClearTheAddressOfAClient) {
+  const auto table = Table(VS_MAC_ADDR_TYPE_STATIC);
+  VSMACEntry entry = table->macEntries[0];
+  EXPECT_EQ(VSZEL_ClearPortMACTable(kAlias, "machine", &entry), ZEL_READ_ONLY);
+  EXPECT_EQ(VSZEL_ClearPortMACTable(kAlias, "service", &entry), ZEL_NOT_FOUND);
 }
 
 TEST_F(MacTableFace, OrdersItsEntriesByVlanThenByAddress) {
@@ -40,14 +64,18 @@ TEST_F(MacTableFace, OrdersItsEntriesByVlanThenByAddress) {
   host().SeeSource(kAlias, left_, {2, Station(200)});
   host().SeeSource(kAlias, machine_, {2, Station(100)});
   host().EnterAddress(kAlias, left_, {2, Station(150)}, VS_MAC_ADDR_TYPE_USER);
+  host().SetPortVlan(kAlias, "service", {.vlan = 2, .ranges = {}}, Persistence::kSaved);
   const auto table = Table(VS_MAC_ADDR_TYPE_ALL, kPortset);
-  ASSERT_EQ(table->numEntries, 4U);
-  EXPECT_EQ(table->totalEntries, 4U);
+  ASSERT_EQ(table->numEntries, 6U);
+  EXPECT_EQ(table->totalEntries, 6U);
   std::vector<MacKey> keys;
-  for (const VSMACEntry &entry : std::vector(table->macEntries, table->macEntries + 4)) {
+  for (const VSMACEntry &entry : std::vector(table->macEntries, table->macEntries + 6)) {
     keys.push_back({entry.vid, AddressOf(entry)});
   }
-  const std::vector<MacKey> expected{{2, Station(100)}, {2, Station(150)}, {2, Station(200)}, {300, Station(1)}};
+  const auto &ports = host().FindSwitch(kAlias).config;
+  const std::vector<MacKey> expected{
+      {0, ports.PortNamed("machine").client->address}, {2, Station(100)}, {2, Station(150)}, {2, Station(200)},
+      {2, ports.PortNamed("service").client->address}, {300, Station(1)}};
   EXPECT_EQ(keys, expected);
 }
 
@@ -74,10 +102,10 @@ TEST_F(MacTableFace, GivesOneKindOutOfAll) {
   host().EnterAddress(kAlias, machine_, {7, Station(3)}, VS_MAC_ADDR_TYPE_STATIC);
   host().EnterAddress(kAlias, machine_, {7, Station(4)}, VS_MAC_ADDR_TYPE_STATIC);
   const std::vector<std::pair<VSMACAddrType, unsigned>> counts{
-      {VS_MAC_ADDR_TYPE_STATIC, 2}, {VS_MAC_ADDR_TYPE_USER, 1}, {VS_MAC_ADDR_TYPE_LEARNED, 1}};
+      {VS_MAC_ADDR_TYPE_STATIC, 4}, {VS_MAC_ADDR_TYPE_USER, 1}, {VS_MAC_ADDR_TYPE_LEARNED, 1}};
   for (const auto &[kind, count] : counts) {
     const auto table = Table(kind);
-    EXPECT_EQ(table->totalEntries, 4U);
+    EXPECT_EQ(table->totalEntries, 6U);
     ASSERT_EQ(table->numEntries, count);
     for (unsigned i = 0; i < count; ++i) {
       EXPECT_EQ(table->macEntries[i].macAddrType, kind);
@@ -89,15 +117,15 @@ TEST_F(MacTableFace, GivesOneKindOutOfAll) {
 TEST_F(MacTableFace, ForgetsWhatHasGrownOld) {
   host().SeeSource(kAlias, machine_, {7, Station(1)});
   host().AdvanceClock(seconds(599));
-  EXPECT_EQ(Table(VS_MAC_ADDR_TYPE_ALL)->numEntries, 1U);
+  EXPECT_EQ(Table(VS_MAC_ADDR_TYPE_LEARNED)->numEntries, 1U);
   host().AdvanceClock(seconds(1));
-  EXPECT_EQ(Table(VS_MAC_ADDR_TYPE_ALL)->numEntries, 0U);
+  EXPECT_EQ(Table(VS_MAC_ADDR_TYPE_LEARNED)->numEntries, 0U);
 }
 
 TEST_F(MacTableFace, AgesOfCenturiesStayAtTheEndOfTheField) {
   host().EnterAddress(kAlias, machine_, {7, Station(1)}, VS_MAC_ADDR_TYPE_USER);
   host().AdvanceClock(seconds(5'000'000'000));
-  EXPECT_EQ(zel_uint32{Table(VS_MAC_ADDR_TYPE_ALL)->macEntries[0].elapsed}, 0xffffffffU);
+  EXPECT_EQ(zel_uint32{Table(VS_MAC_ADDR_TYPE_USER)->macEntries[0].elapsed}, 0xffffffffU);
 }
 
 TEST_F(MacTableFace, NullsItsOutputWhenItRefuses) {

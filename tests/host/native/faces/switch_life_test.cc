@@ -86,10 +86,10 @@ TEST_F(SwitchLife, ARemovedPortTakesItsAddressesAlong) {
   EXPECT_EQ(VSDVS_RemoveDVPort(kAlias, "u2"), ZEL_BUSY) << "it is an uplink's";
   EXPECT_EQ(DVSZEL_PortRemove(kId, "machine"), ZEL_BUSY);
   EXPECT_EQ(DVSZEL_PortRemove(kId, "free"), ZEL_OK);
-  EXPECT_TRUE(host().FindSwitch(kAlias).macs.entries().empty());
+  EXPECT_TRUE(host().FindSwitch(kAlias).runtime.macs.entries().empty());
   EXPECT_EQ(DVSZEL_PortAdd(kId, "free", nullptr, 0), ZEL_OK);
   char image[] = "image";
-  EXPECT_EQ(DVSZEL_PortAdd(kId, "other", image, 5), ZEL_NOT_SUPPORTED);
+  EXPECT_EQ(DVSZEL_PortAdd(kId, "other", image, 5), ZEL_INVALID_METADATA);
 }
 
 TEST_F(SwitchLife, ReplacedUplinksKeepTheirNics) {
@@ -97,7 +97,7 @@ TEST_F(SwitchLife, ReplacedUplinksKeepTheirNics) {
   EXPECT_EQ(*host().FindSwitch(kAlias).config.NicOf(IdOfPort(host(), "u1")), "nic-l");
   const SwitchConfig before = host().FindSwitch(kAlias).config;
   const auto refused = [this](const std::vector<UplinkSpec> &uplinks) {
-    return abi::Guarded([&] { host().ReplaceUplinks(kAlias, uplinks); });
+    return abi::ChangeCall([&] { host().ReplaceUplinks(kAlias, uplinks); });
   };
   EXPECT_EQ(refused({{"left", "u1"}}), ZEL_BUSY);
   EXPECT_EQ(refused({{"left", "u9"}, {"right", "u3"}}), ZEL_BUSY) << "on another port it is another";
@@ -119,9 +119,9 @@ TEST_F(SwitchLife, AgeingFollowsThePolicyOfTheSwitch) {
   EXPECT_EQ(stats.numMACsLearned, 1U);
   EXPECT_EQ(stats.noLearningAllowedPkts, 1U);
   host().AdvanceClock(std::chrono::seconds(9));
-  EXPECT_EQ(host().FindSwitch(kAlias).macs.entries().size(), 1U);
+  EXPECT_EQ(host().FindSwitch(kAlias).runtime.macs.entries().size(), 1U);
   host().AdvanceClock(std::chrono::seconds(1));
-  EXPECT_TRUE(host().FindSwitch(kAlias).macs.entries().empty());
+  EXPECT_TRUE(host().FindSwitch(kAlias).runtime.macs.entries().empty());
 }
 
 }  // namespace

@@ -16,10 +16,20 @@ namespace kestrel::host {
 /** The C functions answer from MakeTestHost's host. */
 class FaceTest : public testing::Test {
  protected:
-  FaceTest() { InstallProcessHost(MakeTestHost()); }
+  FaceTest() { BeginAnew(); }
   ~FaceTest() override { InstallProcessHost(nullptr); }
 
-  Host &host() { return ProcessHost(); }
+  /** With a host as it was at first. */
+  void BeginAnew() {
+    auto made = MakeTestHost();
+    host_ = made.get();
+    InstallProcessHost(std::move(made));
+  }
+
+  Host &host() { return *host_; }
+
+ private:
+  Host *host_;
 };
 
 struct FreeRecord {

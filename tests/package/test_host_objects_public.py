@@ -1,0 +1,237 @@
+"""The objects as a whole: documented, silent, without leaks, and covering the platform."""
+
+from __future__ import annotations
+
+import ast
+import gc
+import inspect
+import sys
+from collections.abc import Iterator
+from pathlib import Path
+from typing import Any
+
+import _libkestrel
+import pytest
+
+import libkestrel
+from headers import model, package_coverage
+from libkestrel import Host, errors, host, lab
+from libkestrel.host._objects import Setting
+from support import memory
+from support.bench import BENCH
+from support.output import printed
+
+HEADERS = model.read()
+
+
+def public_classes() -> list[type[Any]]:
+    return [value for name in host.__all__ if inspect.isclass(value := getattr(host, name))]
+
+
+def public_members(kind: type[Any]) -> Iterator[tuple[str, Any]]:
+    for name in dir(kind):
+        if not name.startswith("_"):
+            yield name, inspect.getattr_static(kind, name)
+
+
+# ---- Documentation ----
+
+
+def test_every_public_name_is_documented() -> None:
+    missing = [name for name in libkestrel.__all__ if not (getattr(libkestrel, name).__doc__ or "").strip()]
+    for kind in public_classes():
+        if not (kind.__doc__ or "").strip() or kind.__doc__ == object.__doc__:
+            missing.append(kind.__name__)
+        for name, member in public_members(kind):
+            callable_or_property = isinstance(member, (property, Setting, classmethod, staticmethod))
+            callable_or_property |= inspect.isfunction(member)
+            own = any(c.__module__.startswith("libkestrel") and name in vars(c) for c in kind.__mro__)
+            if own and callable_or_property and not (getattr(member, "__doc__", "") or "").strip():
+                missing.append(f"{kind.__name__}.{name}")
+    assert missing == []
+
+
+def test_every_field_of_a_value_is_documented() -> None:
+    """A string stands behind each field of a dataclass."""
+    missing = []
+    for path in Path(host.__file__).parent.glob("*.py"):
+        for node in ast.walk(ast.parse(path.read_text())):
+            if not isinstance(node, ast.ClassDef) or not any(
+                "dataclass" in ast.unparse(d) for d in node.decorator_list
+            ):
+                continue
+            for here, after in zip(node.body, [*node.body[1:], None], strict=True):
+                told = isinstance(after, ast.Expr) and isinstance(after.value, ast.Constant)
+                if isinstance(here, ast.AnnAssign) and not told:
+                    missing.append(f"{node.name}.{ast.unparse(here.target)}")
+    assert missing == []
+
+
+def test_every_public_name_is_exported() -> None:
+    assert sorted(host.__all__, key=lambda n: (not n.isupper(), n)) == host.__all__
+    assert all(hasattr(libkestrel, name) for name in libkestrel.__all__)
+    assert set(libkestrel.__all__) <= set(dir(libkestrel))
+    with pytest.raises(AttributeError):
+        libkestrel.nothing
+
+
+# ---- Coverage ----
+
+
+def test_every_function_of_the_platform_is_covered() -> None:
+    covered = package_coverage.coverage(HEADERS)
+    assert len(covered) > 190
+    assert [name for name, ways in covered.items() if not ways] == []
+
+
+def test_what_the_package_calls_is_there() -> None:
+    called = {name for body in package_coverage.sources().bodies for name in body.flat}
+    assert [name for name in called if not hasattr(_libkestrel, name)] == []
+
+
+def test_a_function_that_nothing_calls_is_found() -> None:
+    package = package_coverage.sources()
+    for body in package.bodies:
+        body.flat.discard("VSDVS_SetMTU")
+    assert package_coverage.coverage(HEADERS, package)["VSDVS_SetMTU"] == []
+
+
+def test_a_function_that_only_private_code_calls_is_found() -> None:
+    package = package_coverage.sources()
+    (owner,) = [body for body in package.bodies if body.name == "info" and body.owner == "Switch"]
+    owner.name, owner.shown = "_info", "{0}._info"
+    assert package_coverage.coverage(HEADERS, package)["VSZEL_GetVSInfo"] == []
+
+
+# ---- Every reader, as found by looking ----
+
+
+def readers(found: Any) -> list[tuple[str, Any]]:
+    """The attributes and the methods without arguments of an object, but for those that change something."""
+    changing = {"load", "sanitize", "clean_up", "reset_configuration", "clear", "associate", "dissociate"}
+    names: list[tuple[str, Any]] = []
+    for name, member in public_members(type(found)):
+        if isinstance(member, (property, Setting)):
+            names.append((name, lambda name=name: getattr(found, name)))
+        elif inspect.isfunction(member) and name not in changing:
+            wanted = list(inspect.signature(member).parameters.values())[1:]
+            if all(p.default is not p.empty for p in wanted):
+                names.append((name, lambda name=name: getattr(found, name)()))
+    return names
+
+
+def objects() -> list[Any]:
+    top = Host()
+    switch = top.switch("dvs-prod")
+    bench = top.switch(BENCH)
+    return [
+        top,
+        top.switches,
+        top.store,
+        top.options,
+        switch,
+        switch.ports,
+        switch.uplinks,
+        switch.uplink_ports,
+        switch.uplinks["vmnic0"],
+        switch.properties,
+        switch.host_properties,
+        switch.stored,
+        switch.stored.properties,
+        switch.port("10"),
+        switch.port("10").properties,
+        switch.port("10").stored,
+        switch.port("10").stored.properties,
+        bench,
+        bench.port("p1"),
+        switch.port("nothing") if "nothing" in switch.ports else host.Port(top._changes, "dvs-prod", "nothing"),
+    ]
+
+
+def read_all() -> int:
+    answers = 0
+    for found in objects():
+        repr(found)
+        for name, read in readers(found):
+            try:
+                value = read()
+                repr(value)
+                answers += 1
+            except errors.KestrelError as error:
+                assert isinstance(error, (errors.NotFound, errors.NotSupported)), (found, name, error)
+    switch = Host().switch("dvs-storage")
+    for properties in (switch.properties, switch.stored.properties):
+        assert properties[_libkestrel.VSPROP_MTU]  # a block of the store, or a query's buffer
+    stored = switch.port("20").stored.properties
+    for _ in range(10):  # small blocks, of which one more or less is hard to see
+        assert stored[_libkestrel.VSPROP_PORT_VLAN]
+    return answers
+
+
+@pytest.mark.usefixtures("bench")
+def test_nothing_is_printed(capfd: pytest.CaptureFixture[str]) -> None:
+    assert read_all() > 150
+    for wrong in (lambda: Host().switch("nowhere"), lambda: Host().switch(BENCH).port("nothing")):
+        with pytest.raises(errors.NotFound):
+            wrong()
+    assert printed(capfd) == ""
+
+
+@pytest.mark.usefixtures("bench")
+def test_whatever_is_read_is_released_once() -> None:
+    """Twice would end the process in the C library; not at all shows as growth."""
+    growth = []
+    for _ in range(6):
+        read_all()
+        gc.collect()
+        blocks, held = sys.getallocatedblocks(), memory.allocated_bytes()
+        rounds = 10
+        for _ in range(rounds):
+            read_all()
+        gc.collect()
+        growth.append((sys.getallocatedblocks() - blocks, memory.allocated_bytes() - held))
+        if growth[-1][0] < rounds * 20 and growth[-1][1] < 64 * rounds:
+            return
+    pytest.fail(f"(blocks, bytes) grew by {growth}")
+
+
+@pytest.mark.usefixtures("bench")
+def test_tables_of_the_platform_go_back_as_often_as_they_came() -> None:
+    with lab.counted_calls() as calls:
+        switch = Host().switch("dvs-prod")
+        tables = [switch.mac_table() for _ in range(5)]
+        tables[0].release()
+        with tables[1]:
+            pass
+        del tables
+        gc.collect()
+        assert calls["VSZEL_GetMACTable"] == calls["VSZEL_FreeMemory"] == 5
+        assert switch.teaming
+        assert switch.port("10").vlan
+        assert isinstance(switch.private_vlans, tuple)
+        handed_out = sum(calls[name] for name in ("VSDVS_GetPortVLANPolicy", "VSDVS_GetPrivateVLANMap"))
+        assert calls["VSDVS_FreeMemory"] == handed_out == 2
+
+
+@pytest.mark.usefixtures("bench")
+@pytest.mark.parametrize("wrong", [None, 5, b"x", object(), "a\0b", "x" * 5000, "\udc80", 2**70, -1, [], {}])
+def test_wrong_names_and_values_raise(wrong: Any) -> None:
+    """Whatever is given, an exception comes of it or nothing; the process goes on."""
+    top = Host()
+    bench = top.switch(BENCH)
+    port = bench.port("p1")
+    attempts = 0
+    for found in (top, top.switches, top.options, top.store, bench, bench.ports, bench.uplink_ports, bench.properties,
+                  bench.stored, bench.stored.properties, port, port.properties, port.stored):  # fmt: skip
+        for name, member in public_members(type(found)):
+            attempts += 1
+            try:
+                if isinstance(member, Setting):
+                    setattr(found, name, wrong)
+                elif inspect.isfunction(member) and name not in ("panic", "set_datapath", "of_number", "start_from"):
+                    count = len([p for p in inspect.signature(member).parameters.values() if p.default is p.empty]) - 1
+                    if count > 0:
+                        getattr(found, name)(*[wrong] * count)
+            except (errors.KestrelError, TypeError, ValueError, OverflowError, AttributeError, IndexError, KeyError):
+                pass
+    assert attempts > 150

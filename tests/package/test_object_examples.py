@@ -1,0 +1,46 @@
+"""The examples of the package's objects and the README's: they run where the package is installed, and tell what is."""
+
+from __future__ import annotations
+
+import subprocess
+import sys
+from pathlib import Path
+
+import pytest
+
+ROOT = Path(__file__).resolve().parents[2]
+EXAMPLES = sorted((ROOT / "examples" / "objects").glob("*.py"))
+
+TELLS = {
+    "addresses": "switch dvs-addresses: set user multicast addresses: A parameter is not valid",
+    "inventory": "  lag1: vmnic1, vmnic3 up of vmnic1, vmnic2, vmnic3\n",
+    "mirrors": "changed: True\nchanged: False\nweb: what web servers send, to ['18']\nleft: ()\n",
+    "options": "changed: True\n192.0.2.1\n",
+    "plan": "8 changes made\nstep 2: port web-1 of switch dvs-plan: set VLAN policy: The VLAN identifier is not valid",
+    "store": "c41f8a37-0b92-4d6c-8e15-6f7d20b4e302: dvs-storage, version 7, at most 128 ports\n",
+    "teaming": "20 sends through vmnic4\nafter a failure through vmnic5\n20 follows 'second only'\n",
+    "vlans": "first time: 5 changes\nsecond time: 0 changes\n",
+}
+"""A part of what each example prints."""
+
+
+def output(*command: str) -> str:
+    done = subprocess.run([sys.executable, *command], capture_output=True, text=True, check=False)
+    assert (done.returncode, done.stderr) == (0, "")
+    return done.stdout
+
+
+def test_every_example_is_tried() -> None:
+    assert {path.stem for path in EXAMPLES} == set(TELLS)
+
+
+@pytest.mark.parametrize("path", EXAMPLES, ids=lambda path: path.stem)
+def test_an_example_runs(path: Path) -> None:
+    assert TELLS[path.stem] in output(str(path))
+
+
+def test_the_readmes_example_runs() -> None:
+    _before, code, _after = (ROOT / "README.md").read_text().split("## Objects\n")[1].split("```", 2)
+    told = output("-c", code.removeprefix("python\n"))
+    assert told.startswith("dvs-prod 1500 ['lag1']\ndvs-storage 9000 []\nswitch dvs-prod: set MTU: 1500 -> 9000\n")
+    assert told.endswith("2 changes made\n")
