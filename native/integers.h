@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "native/spec.h"
+#include "native/layout.h"
 
 namespace kestrel::records {
 

@@ -8,7 +8,7 @@
 #include <cstdint>
 
 #include "native/python.h"
-#include "native/spec.h"
+#include "native/layout.h"
 
 struct swig_type_info;
 

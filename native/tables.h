@@ -1,7 +1,7 @@
 // The generated tables.
 #pragma once
 
-#include "native/spec.h"
+#include "native/layout.h"
 
 namespace kestrel::records {
 
