@@ -28,7 +28,7 @@ demo: $(VENV)/installed
 	$(PYTHON) examples/datacentre.py
 
 ## test: everything that has to hold before a change lands
-test: lint test-native test-module test-host test-package cross
+test: lint tidy test-native test-module test-host test-package cross
 
 ## test-native: C++ tests of the embedded host
 test-native: build
@@ -93,13 +93,16 @@ reference: $(VENV)/test
 stubs: $(VENV)/test
 	PYTHONPATH=tools $(PYTHON) -m headers.stubs python
 
-## lint: formatting, static checks and types; warnings are errors
-lint: $(VENV)/lint $(VENV)/demo build
+## lint: formatting, static checks of Python and types; warnings are errors
+lint: $(VENV)/lint $(VENV)/demo
 	clang-format --dry-run --Werror $(NATIVE_SOURCES)
-	tools/tidy build/dev
 	ruff format --check $(PYTHON_SOURCES)
 	ruff check $(PYTHON_SOURCES)
 	mypy $(PYTHON_SOURCES)
+
+## tidy: static checks of C++; warnings are errors
+tidy: $(VENV)/lint build
+	tools/tidy build/dev
 
 ## format: bring all sources into shape
 format: $(VENV)/lint
@@ -121,4 +124,4 @@ $(VENV)/installed: $(VENV)/demo $(SOURCES)
 	$(PYTHON) -m pip install --quiet --no-deps .
 	touch $@
 
-.PHONY: help demo fuzz test test-native test-module test-asan test-host test-package test-aarch64 build cross bench reference stubs lint format clean
+.PHONY: help demo fuzz test test-native test-module test-asan test-host test-package test-aarch64 build cross bench reference stubs lint tidy format clean

@@ -14,10 +14,10 @@
 #include <string>
 #include <vector>
 
-#include "host/core/host_file.h"
 #include "host/core/process_host.h"
 #include "host/core/sample_host.h"
-#include "host/core/storage.h"
+#include "host/core/storage/host_file.h"
+#include "host/core/storage/storage.h"
 #include "kestrel/runtime_queries.h"
 #include "kestrel/state_store.h"
 #include "kestrel/switch_config.h"

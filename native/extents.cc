@@ -174,7 +174,7 @@ bool EndsAt(const RecordClass &cls, const char *data, Py_ssize_t length) {
   const Py_ssize_t extent = ExtentOf(cls, data, length);
   bool exact = extent == length;
   for (std::uint32_t i = 0; extent >= 0 && i < cls.spec->fields; ++i) {
-    Run run;
+    Run run{};
     if (!cls.fields[i].overlaid || cls.fields[i].shape != Shape::kFollows) continue;
     if (FindRun(cls, cls.fields[i], data, length, &run) == 0) exact |= run.offset + run.count * run.stride == length;
     PyErr_Clear();

@@ -8,9 +8,9 @@
 
 namespace kestrel::records {
 
-template <typename Integer>
-inline Integer LoadAs(const char *place) {
-  Integer value;
+template <typename Value>
+inline Value LoadAs(const char *place) {
+  Value value;
   std::memcpy(&value, place, sizeof value);
   return value;
 }

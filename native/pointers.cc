@@ -13,7 +13,7 @@ namespace kestrel::records {
 
 namespace {
 
-char *PointerIn(const char *place) { return reinterpret_cast<char *>(LoadAs<std::uintptr_t>(place)); }
+char *PointerIn(const char *place) { return LoadAs<char *>(place); }
 
 void SetPointerIn(char *place, const char *pointer) {
   const auto address = reinterpret_cast<std::uintptr_t>(pointer);

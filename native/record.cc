@@ -286,7 +286,8 @@ Py_ssize_t Lengths(const RecordClass &cls, PyObject *room, Followers *followers,
     Py_ssize_t bytes = 0;
     Py_ssize_t counted = count;
     if (Varies(field)) {
-      if (given && (bytes = VaryingLength(field, &followers->elements[followers->count - 1])) < 0) return -1;
+      if (given) bytes = VaryingLength(field, &followers->elements[followers->count - 1]);
+      if (bytes < 0) return -1;
       if (room && cls.special == Special::kOptions) {
         const Py_ssize_t whole = ReadRoom(cls, room);
         if (whole < 0) return -1;
@@ -568,8 +569,9 @@ PyObject *FromBytes(PyObject *type, PyObject *object) {
     PyErr_Format(PyExc_ValueError, "%s has %zd bytes, not %zd", cls->spec->name, extent, view.len);
   } else if (!PointsNowhere(*cls, data)) {
     PyErr_Format(PyExc_ValueError, "%s: bytes cannot tell what a pointer points to", cls->spec->name);
-  } else if ((record = NewOwn(*cls, view.len))) {
-    std::memcpy(reinterpret_cast<Record *>(record)->data, data, static_cast<std::size_t>(view.len));
+  } else {
+    record = NewOwn(*cls, view.len);
+    if (record) std::memcpy(reinterpret_cast<Record *>(record)->data, data, static_cast<std::size_t>(view.len));
   }
   PyBuffer_Release(&view);
   return record;
@@ -869,7 +871,8 @@ PyObject *NewAt(const RecordClass &cls, char *address) {
 int Hold(Record *root, Py_ssize_t offset, PyObject *object) {
   const Ref key(PyLong_FromSsize_t(offset));
   if (!key) return -1;
-  if (!root->held && !(root->held = PyDict_New())) return -1;
+  if (!root->held) root->held = PyDict_New();
+  if (!root->held) return -1;
   Ref before;
   if (PyObject *old = PyDict_GetItemWithError(root->held, key.get())) before = Share(old);
   if (PyErr_Occurred()) return -1;

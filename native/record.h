@@ -7,8 +7,8 @@
 
 #include <cstdint>
 
-#include "native/python.h"
 #include "native/layout.h"
+#include "native/python.h"
 
 struct swig_type_info;
 

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "host/core/base/record_bytes.h"
 #include "host/core/process_host.h"
-#include "host/core/record_bytes.h"
 #include "kestrel/policy_records.h"
 #include "kestrel/runtime_queries.h"
 #include "kestrel/switch_config.h"

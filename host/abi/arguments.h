@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "host/core/errors.h"
+#include "host/core/base/errors.h"
 #include "kestrel/constants.h"
 
 namespace kestrel::host::abi {

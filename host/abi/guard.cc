@@ -4,7 +4,7 @@
 #include <new>
 
 #include "host/abi/channel.h"
-#include "host/core/errors.h"
+#include "host/core/base/errors.h"
 #include "host/core/faults.h"
 
 namespace kestrel::host::abi {

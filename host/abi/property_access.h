@@ -7,8 +7,8 @@
 #include "host/abi/arguments.h"
 #include "host/abi/guard.h"
 #include "host/abi/record_block.h"
+#include "host/core/base/record_bytes.h"
 #include "host/core/process_host.h"
-#include "host/core/record_bytes.h"
 
 namespace kestrel::host::abi {
 

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <type_traits>
 
-#include "host/core/errors.h"
+#include "host/core/base/errors.h"
 
 namespace kestrel::host::abi {
 

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/core/mac_address.h"
+#include "host/core/frames/mac_address.h"
 #include "host/export.h"
 #include "kestrel/constants.h"
 
@@ -47,8 +47,7 @@ struct KESTREL_HOST_EXPORT Client {
     are none, ZEL_LIMIT_EXCEEDED for more than VS_ETH_MAX_EXACT_MULTICAST_ADDRS of them. */
 void CheckAdapter(const Adapter &adapter);
 
-/** An address for a client that comes without one, out of its name for a NIC, else out of its port: no two ports of a
-    host ever have the same identifier. */
-MacAddress MakeAddress(const Client &client, std::uint32_t port);
+/** The address of a client that comes to a port without one: no two ports of a host ever have the same identifier. */
+MacAddress AddressOfClient(std::uint32_t port);
 
 }  // namespace kestrel::host

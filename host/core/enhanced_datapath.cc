@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "host/core/bytes.h"
-#include "host/core/errors.h"
+#include "host/core/base/bytes.h"
+#include "host/core/base/errors.h"
 #include "kestrel/constants.h"
 
 namespace kestrel::host {
@@ -11,10 +11,6 @@ namespace {
 
 void CheckWorld(std::int32_t world) {
   if (world < 1) throw StatusError(ZEL_INVALID_WORLD);
-}
-
-void Require(bool condition, int status) {
-  if (!condition) throw StatusError(status);
 }
 
 }  // namespace

@@ -4,8 +4,8 @@
 #include <optional>
 #include <utility>
 
-#include "host/core/errors.h"
-#include "host/core/text_map.h"
+#include "host/core/base/errors.h"
+#include "host/core/base/text_map.h"
 
 namespace kestrel::host {
 

@@ -1,6 +1,6 @@
 #include "host/core/handles.h"
 
-#include "host/core/errors.h"
+#include "host/core/base/errors.h"
 #include "kestrel/constants.h"
 
 namespace kestrel::host {
@@ -16,7 +16,7 @@ void *HandleTable::HandleOf(const HandleMeaning &meaning) {
     }
     next_ += 16;
   }
-  // The number is only ever compared. NOLINTNEXTLINE(performance-no-int-to-ptr)
+  // The number is only ever compared.
   return reinterpret_cast<void *>(place->second);
 }
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "host/core/property.h"
+#include "host/core/properties/property.h"
 #include "host/export.h"
 
 namespace kestrel::host {

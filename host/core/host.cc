@@ -2,10 +2,10 @@
 
 #include <utility>
 
-#include "host/core/errors.h"
+#include "host/core/base/errors.h"
 #include "host/core/mac_limits.h"
-#include "host/core/multicast.h"
-#include "host/core/team_timers.h"
+#include "host/core/multicast/multicast.h"
+#include "host/core/teaming/team_timers.h"
 #include "kestrel/constants.h"
 
 namespace kestrel::host {
@@ -38,7 +38,8 @@ void Host::RunTimers(TimePoint end) noexcept {
         if (due && *due <= clock_.Now()) timers.Run(*this, Get(each.config.spec().portset), end);
       }
     }
-  } catch (const std::exception &) {  // NOLINT(bugprone-empty-catch): what is overdue is done at the next advance
+  } catch (const std::exception &) {
+    // What is overdue is done at the next advance.
   }
 }
 

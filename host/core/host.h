@@ -8,19 +8,19 @@
 #include <unordered_map>
 #include <vector>
 
-#include "host/core/capture.h"
-#include "host/core/clock.h"
+#include "host/core/base/clock.h"
+#include "host/core/base/revision.h"
 #include "host/core/enhanced_datapath.h"
 #include "host/core/host_defaults.h"
+#include "host/core/images/state_image.h"
 #include "host/core/mac_table.h"
 #include "host/core/nic_table.h"
-#include "host/core/property.h"
-#include "host/core/revision.h"
+#include "host/core/properties/property.h"
 #include "host/core/runtime_options.h"
-#include "host/core/state_image.h"
 #include "host/core/store.h"
 #include "host/core/switch.h"
 #include "host/core/switch_set.h"
+#include "host/core/traffic/capture.h"
 #include "host/export.h"
 
 namespace kestrel::host {
@@ -165,7 +165,6 @@ class KESTREL_HOST_EXPORT Host {
 
   /** The VLAN policy of a port, as a property. */
   void SetPortVlan(std::string_view owner, std::string_view port, const VlanPolicy &policy, Persistence persistence);
-  void ClearPortVlan(std::string_view owner, std::string_view port);
 
   // ---- Images: docs/state-image.md ----
 

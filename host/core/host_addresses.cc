@@ -1,5 +1,5 @@
 /* The addresses behind the ports. */
-#include "host/core/errors.h"
+#include "host/core/base/errors.h"
 #include "host/core/host.h"
 #include "host/core/mac_limits.h"
 #include "kestrel/constants.h"

@@ -3,14 +3,14 @@
 #include <map>
 #include <utility>
 
-#include "host/core/errors.h"
+#include "host/core/base/errors.h"
+#include "host/core/base/text_map.h"
 #include "host/core/host.h"
-#include "host/core/mirroring.h"
-#include "host/core/port_image.h"
-#include "host/core/property_table.h"
-#include "host/core/property_types.h"
-#include "host/core/state_image.h"
-#include "host/core/text_map.h"
+#include "host/core/images/port_image.h"
+#include "host/core/images/state_image.h"
+#include "host/core/mirroring/mirroring.h"
+#include "host/core/properties/property_table.h"
+#include "host/core/properties/property_types.h"
 
 namespace kestrel::host {
 namespace {

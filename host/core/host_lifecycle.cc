@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "host/core/host.h"
-#include "host/core/team_watch.h"
+#include "host/core/teaming/team_watch.h"
 #include "kestrel/constants.h"
 
 namespace kestrel::host {

@@ -3,10 +3,10 @@
 #include <string>
 #include <utility>
 
-#include "host/core/errors.h"
+#include "host/core/base/errors.h"
 #include "host/core/host.h"
-#include "host/core/lacp.h"
-#include "host/core/team_watch.h"
+#include "host/core/teaming/lacp.h"
+#include "host/core/teaming/team_watch.h"
 
 namespace kestrel::host {
 

@@ -3,13 +3,13 @@
 #include <iterator>
 #include <utility>
 
-#include "host/core/errors.h"
+#include "host/core/base/errors.h"
 #include "host/core/host.h"
-#include "host/core/mirroring.h"
+#include "host/core/mirroring/mirroring.h"
 #include "host/core/port_status.h"
-#include "host/core/property_table.h"
-#include "host/core/property_types.h"
-#include "host/core/team_watch.h"
+#include "host/core/properties/property_table.h"
+#include "host/core/properties/property_types.h"
+#include "host/core/teaming/team_watch.h"
 #include "kestrel/constants.h"
 
 namespace kestrel::host {
@@ -113,11 +113,6 @@ void Host::SetPortVlan(std::string_view owner, std::string_view port, const Vlan
                        Persistence persistence) {
   SetProperty({.switch_name = owner, .level = PropertyLevel::kPort, .port = port}, VSPROP_PORT_VLAN,
               {RecordOfVlanPolicy(policy), PropertyTypeOf(persistence)});
-}
-
-void Host::ClearPortVlan(std::string_view owner, std::string_view port) {
-  ClearProperty({.switch_name = owner, .level = PropertyLevel::kPort, .port = port}, VSPROP_PORT_VLAN,
-                Persistence::kSaved);
 }
 
 }  // namespace kestrel::host

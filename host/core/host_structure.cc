@@ -3,10 +3,10 @@
 #include <map>
 #include <utility>
 
+#include "host/core/base/errors.h"
 #include "host/core/both.h"
-#include "host/core/errors.h"
 #include "host/core/host.h"
-#include "host/core/team_watch.h"
+#include "host/core/teaming/team_watch.h"
 #include "kestrel/constants.h"
 
 namespace kestrel::host {
@@ -129,7 +129,7 @@ void Host::Connect(std::string_view owner, std::string_view port, Client client)
   Switch &target = Get(owner);
   const PortId id = target.config.PortNamed(port).id;
   const Nic *nic = client.type == VS_PORT_CLIENT_UPLINK ? &nics_.Get(client.name) : nullptr;
-  if (client.address == MacAddress{}) client.address = nic == nullptr ? MakeAddress(client, id) : nic->address;
+  if (client.address == MacAddress{}) client.address = nic == nullptr ? AddressOfClient(id) : nic->address;
   PortRuntime &runtime = target.runtime.ports.At(id);
   const auto connect = [&] {
     MakeInBoth(

@@ -2,8 +2,8 @@
 #include <string>
 #include <utility>
 
+#include "host/core/base/errors.h"
 #include "host/core/both.h"
-#include "host/core/errors.h"
 #include "host/core/host.h"
 #include "kestrel/constants.h"
 

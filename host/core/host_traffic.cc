@@ -1,7 +1,7 @@
 /* Frames that come in, and captures. */
-#include "host/core/errors.h"
+#include "host/core/base/errors.h"
 #include "host/core/host.h"
-#include "host/core/traffic.h"
+#include "host/core/traffic/traffic.h"
 #include "kestrel/constants.h"
 
 namespace kestrel::host {

@@ -1,6 +1,6 @@
 #include "host/core/mac_limits.h"
 
-#include "host/core/record_bytes.h"
+#include "host/core/base/record_bytes.h"
 
 namespace kestrel::host {
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "host/core/bytes.h"
-#include "host/core/errors.h"
+#include "host/core/base/bytes.h"
+#include "host/core/base/errors.h"
 
 namespace kestrel::host {
 namespace {

@@ -10,11 +10,11 @@
 #include <unordered_map>
 #include <vector>
 
-#include "host/core/change_list.h"
-#include "host/core/clock.h"
-#include "host/core/mac_address.h"
+#include "host/core/base/change_list.h"
+#include "host/core/base/clock.h"
+#include "host/core/base/slot_index.h"
+#include "host/core/frames/mac_address.h"
 #include "host/core/port_id.h"
-#include "host/core/slot_index.h"
 #include "host/core/vlan.h"
 #include "host/export.h"
 #include "kestrel/constants.h"

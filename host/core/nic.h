@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "host/core/frames/mac_address.h"
 #include "host/core/link.h"
-#include "host/core/mac_address.h"
 #include "host/export.h"
 
 namespace kestrel::host {

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <utility>
 
-#include "host/core/errors.h"
-#include "host/core/fnv_hash.h"
-#include "host/core/names.h"
+#include "host/core/base/errors.h"
+#include "host/core/base/fnv_hash.h"
+#include "host/core/base/names.h"
 #include "kestrel/constants.h"
 
 namespace kestrel::host {

@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "host/core/base/revision.h"
 #include "host/core/nic.h"
-#include "host/core/revision.h"
 #include "host/export.h"
 
 namespace kestrel::host {

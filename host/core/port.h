@@ -4,9 +4,10 @@
 #include <optional>
 #include <string>
 
+#include "host/core/base/errors.h"
 #include "host/core/client.h"
 #include "host/core/port_id.h"
-#include "host/core/property.h"
+#include "host/core/properties/property.h"
 
 namespace kestrel::host {
 
@@ -18,6 +19,12 @@ struct Port {
   std::string external_id{};
   std::optional<Client> client{};
   PropertySet properties{};
+
+  /** Of a port that is known to have one. Throws FatalError for another. */
+  const Client &plugged() const {
+    if (!client) throw FatalError("nothing is plugged into port " + name);
+    return *client;
+  }
 
   bool operator==(const Port &) const = default;
 };

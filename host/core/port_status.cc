@@ -4,9 +4,9 @@
 #include <chrono>
 #include <iterator>
 
-#include "host/core/multicast.h"
-#include "host/core/record_bytes.h"
-#include "host/core/teaming.h"
+#include "host/core/base/record_bytes.h"
+#include "host/core/multicast/multicast.h"
+#include "host/core/teaming/teaming.h"
 
 namespace kestrel::host {
 namespace {
@@ -100,10 +100,6 @@ std::string VlansOf(const Port &port) {
   return bytes;
 }
 
-zel_uint64 SecondsOf(TimePoint time) {
-  return static_cast<zel_uint64>(std::chrono::duration_cast<std::chrono::seconds>(time).count());
-}
-
 }  // namespace
 
 VSPortInfo PortInfoOf(const Host &host, const Switch &owner, const Port &port) {
@@ -172,15 +168,6 @@ VSPMACLearningStats LearningStatsOf(const Switch &owner, PortId port) {
           .noLearningAllowedPkts = runtime.unlearned,
           .noLearningDroppedPkts = runtime.unlearned_dropped,
           .numMACsMoved = runtime.moved_here};
-}
-
-std::optional<VSVLAN> VlanInfoOf(const Switch &owner, VlanId vlan) {
-  const VlanRuntime *runtime = owner.runtime.vlans.Find(vlan);
-  if (runtime == nullptr) return std::nullopt;
-  return VSVLAN{.creationTime = SecondsOf(runtime->first_used),
-                .modificationTime = SecondsOf(runtime->last_used),
-                .pktsTx = runtime->frames_in,
-                .pktsRx = runtime->frames_out};
 }
 
 std::optional<std::string> ReadPortStatus(const Host &host, const Switch &owner, PortId port, std::string_view key) {

@@ -18,8 +18,6 @@ KESTREL_HOST_EXPORT VSStats StatsOf(const Switch &owner);
 KESTREL_HOST_EXPORT zel_VDSPortStatistics StatisticsOf(const Switch &owner, PortId port);
 KESTREL_HOST_EXPORT zel_VDSPortStatus StatusOf(const Host &host, const Switch &owner, const Port &port);
 KESTREL_HOST_EXPORT VSPMACLearningStats LearningStatsOf(const Switch &owner, PortId port);
-/** With the time of the host as that since the epoch; nothing for a VLAN that has carried nothing. */
-KESTREL_HOST_EXPORT std::optional<VSVLAN> VlanInfoOf(const Switch &owner, VlanId vlan);
 
 /** The value of a property of a port under which its state is read; nothing for any other key. */
 std::optional<std::string> ReadPortStatus(const Host &host, const Switch &owner, PortId port, std::string_view key);

@@ -4,11 +4,11 @@
 #include <cstdlib>
 #include <utility>
 
-#include "host/core/errors.h"
+#include "host/core/base/errors.h"
 #include "host/core/faults.h"
-#include "host/core/host_file.h"
 #include "host/core/sample_host.h"
-#include "host/core/storage.h"
+#include "host/core/storage/host_file.h"
+#include "host/core/storage/storage.h"
 #include "kestrel/constants.h"
 
 namespace kestrel::host {

@@ -4,8 +4,8 @@
 
 #include <utility>
 
-#include "host/core/errors.h"
-#include "host/core/record_bytes.h"
+#include "host/core/base/errors.h"
+#include "host/core/base/record_bytes.h"
 #include "kestrel/constants.h"
 
 namespace kestrel::host {
@@ -46,10 +46,6 @@ constexpr int kFamilies[] = {AF_INET, AF_INET6};
 static_assert(VS_RT_OPT_IGMP_ROUTER_IP == NUM_RUNTIME_INT_OPTIONS && VS_RT_OPT_MLD_ROUTER_IP == VS_NUM_RT_OPT - 1);
 
 constexpr bool IsNumber(std::uint16_t code) { return code < NUM_RUNTIME_INT_OPTIONS; }
-
-void Require(bool condition) {
-  if (!condition) throw StatusError(ZEL_BAD_PARAM);
-}
 
 std::uint32_t NumberIn(std::uint16_t code, std::string_view value) {
   const auto number = RecordOf<std::uint32_t>(value);

@@ -3,7 +3,7 @@
 #include <chrono>
 #include <string>
 
-#include "host/core/record_bytes.h"
+#include "host/core/base/record_bytes.h"
 #include "kestrel/constants.h"
 #include "kestrel/policy_records.h"
 
@@ -19,7 +19,7 @@ VlanPolicy Access(VlanId vlan) { return {.vlan = vlan, .ranges = {}}; }
 
 VlanPolicy Trunk(std::vector<VlanRange> ranges) { return {.mode = VlanMode::kTrunk, .ranges = std::move(ranges)}; }
 
-VlanPolicy PrivateVlan(VlanId secondary) { return {.mode = VlanMode::kPrivate, .vlan = secondary, .ranges = {}}; }
+VlanPolicy InPrivateVlan(VlanId secondary) { return {.mode = VlanMode::kPrivate, .vlan = secondary, .ranges = {}}; }
 
 /** A locally administered address. */
 constexpr MacAddress Address(std::uint8_t room, std::uint8_t number) { return {0x02, 0x4b, 0, 0, room, number}; }
@@ -108,8 +108,8 @@ void FitOutProduction(Host &host) {
   prod.Vlan("11", Access(100));
   prod.Vlan("12", Access(200));
   prod.Vlan("13", Trunk({{100, 199}, {200, 200}, {300, 310}}));
-  prod.Vlan("14", PrivateVlan(1101));
-  prod.Vlan("15", PrivateVlan(1101));
+  prod.Vlan("14", InPrivateVlan(1101));
+  prod.Vlan("15", InPrivateVlan(1101));
   prod.Vlan("18", Access(100));
 
   prod.Pin(database, 200, Address(2, 12));

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "host/core/errors.h"
+#include "host/core/base/errors.h"
 #include "host/core/switch_config.h"
 #include "host/core/switch_set.h"
 

@@ -4,14 +4,13 @@
 #include <cstdint>
 
 #include "host/core/mac_table.h"
-#include "host/core/mirror_plan.h"
-#include "host/core/mirror_runtime.h"
-#include "host/core/multicast_table.h"
-#include "host/core/port_runtime.h"
+#include "host/core/mirroring/mirror_plan.h"
+#include "host/core/mirroring/mirror_runtime.h"
+#include "host/core/multicast/multicast_table.h"
 #include "host/core/switch_config.h"
-#include "host/core/switch_plan.h"
-#include "host/core/team_runtime.h"
-#include "host/core/vlan_table.h"
+#include "host/core/teaming/team_runtime.h"
+#include "host/core/traffic/port_runtime.h"
+#include "host/core/traffic/switch_plan.h"
 
 namespace kestrel::host {
 
@@ -19,7 +18,6 @@ namespace kestrel::host {
 struct SwitchRuntime {
   MacTable macs{};
   PortRuntimeTable ports{};
-  VlanTable vlans{};
   TeamRuntime team{};
   MulticastTable multicast{};
   MirrorRuntime mirrors{};

@@ -2,8 +2,8 @@
 
 #include <array>
 
-#include "host/core/errors.h"
-#include "host/core/property_types.h"
+#include "host/core/base/errors.h"
+#include "host/core/properties/property_types.h"
 
 namespace kestrel::host {
 namespace {

@@ -5,9 +5,9 @@
 #include <set>
 #include <utility>
 
-#include "host/core/errors.h"
-#include "host/core/names.h"
-#include "host/core/record_bytes.h"
+#include "host/core/base/errors.h"
+#include "host/core/base/names.h"
+#include "host/core/base/record_bytes.h"
 #include "kestrel/constants.h"
 #include "kestrel/policy_records.h"
 

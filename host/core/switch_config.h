@@ -6,13 +6,13 @@
 #include <string>
 #include <string_view>
 
-#include "host/core/change_list.h"
+#include "host/core/base/change_list.h"
+#include "host/core/base/named_table.h"
+#include "host/core/base/revision.h"
+#include "host/core/base/text_map.h"
 #include "host/core/lag.h"
-#include "host/core/named_table.h"
 #include "host/core/port.h"
-#include "host/core/property.h"
-#include "host/core/revision.h"
-#include "host/core/text_map.h"
+#include "host/core/properties/property.h"
 #include "host/core/uplink.h"
 #include "host/core/vlan.h"
 #include "host/export.h"

@@ -8,10 +8,10 @@
 #include <utility>
 #include <vector>
 
-#include "host/core/change_list.h"
-#include "host/core/errors.h"
+#include "host/core/base/change_list.h"
+#include "host/core/base/errors.h"
+#include "host/core/base/text_map.h"
 #include "host/core/switch_config.h"
-#include "host/core/text_map.h"
 #include "kestrel/constants.h"
 
 namespace kestrel::host {

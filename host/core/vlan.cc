@@ -4,8 +4,8 @@
 #include <limits>
 #include <set>
 
-#include "host/core/errors.h"
-#include "host/core/record_bytes.h"
+#include "host/core/base/errors.h"
+#include "host/core/base/record_bytes.h"
 #include "kestrel/policy_records.h"
 
 namespace kestrel::host {

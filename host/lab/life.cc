@@ -3,8 +3,8 @@
 #include <memory>
 
 #include "host/abi/arguments.h"
-#include "host/core/host_file.h"
 #include "host/core/sample_host.h"
+#include "host/core/storage/host_file.h"
 #include "host/lab/call.h"
 #include "host/lab/refusal.h"
 #include "kestrel/lab.h"

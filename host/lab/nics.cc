@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "host/abi/record_block.h"
-#include "host/core/record_bytes.h"
+#include "host/core/base/record_bytes.h"
 #include "host/lab/call.h"
 #include "host/lab/handing_out.h"
 #include "host/lab/refusal.h"

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <limits>
 
-#include "host/core/bytes.h"
+#include "host/core/base/bytes.h"
 #include "host/lab/refusal.h"
 #include "kestrel/constants.h"
 

@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
-#include "host/core/clock.h"
-#include "host/core/frame.h"
+#include "host/core/base/clock.h"
+#include "host/core/frames/frame.h"
 #include "host/export.h"
 
 namespace kestrel::host::lab {

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "host/core/errors.h"
+#include "host/core/base/errors.h"
 #include "host/export.h"
 
 namespace kestrel::host::lab {

@@ -24,7 +24,7 @@ MacAddress AddressAt(const zel_uint8 *bytes) {
 }
 
 KestrelLabClient RecordOf(const Switch &owner, const Port &port) {
-  const Client &client = *port.client;
+  const Client &client = port.plugged();
   KestrelLabClient record{};
   abi::SetText(record.port, port.name);
   record.portId = port.id;
@@ -112,6 +112,7 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus kestrel_lab_add_lag(const char *switchName,
     if (count != 0) abi::RequirePointer(uplinkNames);
     if (count > ZEL_TEAM_MAX_UPLINKS) throw StatusError(ZEL_LIMIT_EXCEEDED);
     std::vector<std::string> members;
+    members.reserve(count);
     for (std::size_t i = 0; i < count; ++i) members.emplace_back(abi::UplinkName(uplinkNames[i]));
     const auto owner = abi::SwitchName(switchName);
     const auto name = abi::UplinkName(lagName);

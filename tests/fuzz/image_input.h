@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "host/core/image_frame.h"
+#include "host/core/images/image_frame.h"
 #include "host/core/switch_config.h"
 
 namespace kestrel::host {

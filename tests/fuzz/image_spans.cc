@@ -1,6 +1,6 @@
 #include "tests/fuzz/image_spans.h"
 
-#include "host/core/errors.h"
+#include "host/core/base/errors.h"
 
 namespace kestrel::host {
 namespace {

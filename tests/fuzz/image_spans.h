@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/core/image_frame.h"
+#include "host/core/images/image_frame.h"
 
 namespace kestrel::host {
 

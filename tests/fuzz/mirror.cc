@@ -7,8 +7,8 @@
 #include <optional>
 #include <string_view>
 
-#include "host/core/errors.h"
-#include "host/core/mirroring.h"
+#include "host/core/base/errors.h"
+#include "host/core/mirroring/mirroring.h"
 #include "tests/host/native/support/test_host.h"
 
 using namespace kestrel::host;

@@ -7,10 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "host/core/errors.h"
-#include "host/core/group_codes.h"
-#include "host/core/internet_checksum.h"
-#include "host/core/multicast_table.h"
+#include "host/core/base/errors.h"
+#include "host/core/frames/internet_checksum.h"
+#include "host/core/frames/network_bytes.h"
+#include "host/core/multicast/group_codes.h"
+#include "host/core/multicast/multicast_table.h"
 #include "kestrel/constants.h"
 
 namespace kestrel::host {

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "host/core/errors.h"
+#include "host/core/base/errors.h"
 
 using namespace kestrel::host;
 using namespace kestrel::host::lab;

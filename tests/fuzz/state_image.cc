@@ -5,10 +5,10 @@
 #include <string>
 #include <string_view>
 
-#include "host/core/errors.h"
+#include "host/core/base/errors.h"
 #include "host/core/host.h"
-#include "host/core/port_image.h"
-#include "host/core/state_image.h"
+#include "host/core/images/port_image.h"
+#include "host/core/images/state_image.h"
 #include "tests/fuzz/image_input.h"
 #include "tests/fuzz/image_spans.h"
 

@@ -60,9 +60,8 @@ def test_allocated_records_name_their_release() -> None:
             assert "FreeMemory`" in section
 
 
-def test_every_refusal_has_a_reason_and_nothing_else_does() -> None:
-    refused = {f.name for f in HEADERS.functions if f.library} - coverage.defined()
-    assert set(coverage.REASONS) == refused
+def test_the_host_implements_every_function() -> None:
+    assert {f.name for f in HEADERS.functions if f.library} == coverage.defined() & {f.name for f in HEADERS.functions}
 
 
 def test_coverage_tells_definitions_from_mentions(tmp_path: Path) -> None:

@@ -1,4 +1,4 @@
-"""Tells which declared functions the embedded host implements, from its sources, and why it refuses the others."""
+"""Tells which declared functions the embedded host implements, from its sources."""
 
 from __future__ import annotations
 
@@ -9,12 +9,8 @@ from headers.model import Function, Headers
 
 HOST = Path(__file__).resolve().parents[2] / "host"
 
-# A function's own definition, as the faces write it; what they do not define stays refused (refusals.py).
+# A function's definition, as the faces write it.
 _DEFINITION = re.compile(r"^KESTREL_HOST_EXPORT\b[^;{()]*?\b(?P<name>\w+)\(", re.MULTILINE)
-
-REASONS: dict[str, str] = {}
-"""Why a function is refused, for each that is."""
-
 
 def defined(folder: Path = HOST) -> set[str]:
     """The functions that the host's sources define."""
@@ -22,7 +18,7 @@ def defined(folder: Path = HOST) -> set[str]:
 
 
 def _row(function: Function, implemented: set[str]) -> str:
-    state = "yes" if function.name in implemented else f"refused: {REASONS.get(function.name, 'no reason given')}"
+    state = "yes" if function.name in implemented else "no"
     return f"| `{function.name}` | `{function.header}` | {state} |"
 
 

@@ -257,8 +257,7 @@ def package_page(headers: Headers) -> str:
 def coverage_page(headers: Headers) -> str:
     """What the embedded host implements."""
     introduction = (
-        "Every function that the platform declares, and whether the embedded host implements it. A function that it\n"
-        "refuses gives `ZEL_NOT_SUPPORTED`, 0, null or nothing, and changes nothing."
+        "Every function that the platform declares, and whether the embedded host implements it."
     )
     return _page("Coverage", introduction, coverage.body(headers))
 

@@ -6,8 +6,8 @@
 
 #include "host/abi/arguments.h"
 #include "host/abi/guard.h"
+#include "host/core/base/record_bytes.h"
 #include "host/core/process_host.h"
-#include "host/core/record_bytes.h"
 #include "kestrel/runtime_queries.h"
 
 namespace kestrel::host::abi {
@@ -42,6 +42,7 @@ std::vector<DatapathPortset> PortsetsOf(const Host &host, const RTMIOCtlQuery &q
 
 std::vector<std::int32_t> ModulesOf(const RTMModIOCtlQuery &query) {
   std::vector<std::int32_t> modules;
+  modules.reserve(query.numMod);
   for (zel_uint32 i = 0; i < query.numMod; ++i) modules.push_back(query.rtmModId[i].ModID);
   return modules;
 }

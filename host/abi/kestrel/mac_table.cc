@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "host/abi/property_access.h"
-#include "host/core/static_entries.h"
+#include "host/core/traffic/static_entries.h"
 #include "kestrel/runtime_queries.h"
 
 namespace kestrel::host::abi {
@@ -19,7 +19,7 @@ zel_uint32 AgeOf(const MacEntry &entry, TimePoint now) {
   return static_cast<zel_uint32>(std::min<std::int64_t>(seconds, std::numeric_limits<zel_uint32>::max()));
 }
 
-VSMACEntry RecordOf(const MacKey &key, const MacEntry &entry, TimePoint now) {
+VSMACEntry RecordOfEntry(const MacKey &key, const MacEntry &entry, TimePoint now) {
   VSMACEntry record{};
   std::ranges::copy(key.address, record.macAddress);
   record.macAddrType = entry.kind;
@@ -65,7 +65,7 @@ VSMACTable *TableOf(const Host &host, const Switch &which, VSMACAddrType kind, I
       .totalEntries = static_cast<zel_uint32>(total), .numEntries = static_cast<zel_uint32>(count), .macEntries = {}});
   const TimePoint now = host.clock().Now();
   ForEachEntry(entries, stations, [&](const MacKey &key, const MacEntry &entry) {
-    if (is_wanted(entry)) block.Append(RecordOf(key, entry, now));
+    if (is_wanted(entry)) block.Append(RecordOfEntry(key, entry, now));
   });
   return block.Release<VSMACTable>();
 }

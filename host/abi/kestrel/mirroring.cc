@@ -2,7 +2,7 @@
 #include <utility>
 
 #include "host/abi/property_access.h"
-#include "host/core/mirror_table.h"
+#include "host/core/mirroring/mirror_table.h"
 #include "kestrel/runtime_queries.h"
 #include "kestrel/switch_config.h"
 

@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "host/abi/property_access.h"
-#include "host/core/multicast.h"
+#include "host/core/multicast/multicast.h"
 #include "kestrel/runtime_queries.h"
 #include "kestrel/switch_config.h"
 

@@ -3,7 +3,7 @@
 
 #include "host/abi/property_access.h"
 #include "host/core/port_status.h"
-#include "host/core/switch_plan.h"
+#include "host/core/traffic/switch_plan.h"
 #include "kestrel/runtime_queries.h"
 
 namespace kestrel::host::abi {

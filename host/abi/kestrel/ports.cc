@@ -4,8 +4,8 @@
 
 #include "host/abi/arguments.h"
 #include "host/abi/guard.h"
+#include "host/core/base/record_bytes.h"
 #include "host/core/process_host.h"
-#include "host/core/record_bytes.h"
 #include "kestrel/mirror_records.h"
 #include "kestrel/switch_config.h"
 

@@ -4,7 +4,7 @@
 #include "host/abi/arguments.h"
 #include "host/abi/guard.h"
 #include "host/abi/record_block.h"
-#include "host/core/delivery.h"
+#include "host/core/traffic/delivery.h"
 #include "kestrel/runtime_queries.h"
 
 namespace kestrel::host::abi {

@@ -1,5 +1,5 @@
 /* Addresses that a switch knows without having learned them, with the VLANs that they are known in. */
-#include "host/core/static_entries.h"
+#include "host/core/traffic/static_entries.h"
 
 #include <algorithm>
 #include <vector>

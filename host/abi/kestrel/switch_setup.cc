@@ -1,6 +1,6 @@
 /* Making and destroying switches, and the properties that every switch has. */
 #include "host/abi/property_access.h"
-#include "host/core/property_table.h"
+#include "host/core/properties/property_table.h"
 #include "kestrel/runtime_queries.h"
 #include "kestrel/switch_config.h"
 

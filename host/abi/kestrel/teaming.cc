@@ -1,5 +1,5 @@
 /* Which uplinks carry the frames of switches and ports. */
-#include "host/core/teaming.h"
+#include "host/core/teaming/teaming.h"
 #include "host/abi/property_access.h"
 #include "kestrel/runtime_queries.h"
 #include "kestrel/switch_config.h"

@@ -4,8 +4,8 @@
 #include "host/abi/arguments.h"
 #include "host/abi/guard.h"
 #include "host/abi/record_block.h"
-#include "host/core/lacp.h"
 #include "host/core/process_host.h"
+#include "host/core/teaming/lacp.h"
 #include "kestrel/runtime_queries.h"
 
 namespace kestrel::host::abi {

@@ -9,10 +9,10 @@
 #include "host/abi/arguments.h"
 #include "host/abi/guard.h"
 #include "host/abi/record_block.h"
-#include "host/core/names.h"
-#include "host/core/property_image.h"
-#include "host/core/property_keys.h"
-#include "host/core/property_types.h"
+#include "host/core/base/names.h"
+#include "host/core/images/property_image.h"
+#include "host/core/properties/property_keys.h"
+#include "host/core/properties/property_types.h"
 
 namespace kestrel::host::abi {
 namespace {
@@ -97,7 +97,7 @@ DVSDataHandle KeepCollection(std::unique_ptr<Collection> collection) {
   const std::uintptr_t number = next;
   Collections().emplace(number, std::move(collection));
   next += 16;
-  // The number is only ever compared. NOLINTNEXTLINE(performance-no-int-to-ptr)
+  // The number is only ever compared.
   return reinterpret_cast<DVSDataHandle>(number);
 }
 

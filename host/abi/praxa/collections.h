@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "host/core/property.h"
+#include "host/core/properties/property.h"
 #include "kestrel/state_store.h"
 
 namespace kestrel::host::abi {

@@ -6,8 +6,8 @@
 #include "host/abi/arguments.h"
 #include "host/abi/handle_access.h"
 #include "host/abi/record_block.h"
-#include "host/core/kept_text.h"
-#include "host/core/record_bytes.h"
+#include "host/core/base/kept_text.h"
+#include "host/core/base/record_bytes.h"
 #include "kestrel/state_store.h"
 
 namespace kestrel::host::abi {

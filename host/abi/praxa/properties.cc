@@ -6,7 +6,7 @@
 #include "host/abi/guard.h"
 #include "host/abi/handle_access.h"
 #include "host/abi/record_block.h"
-#include "host/core/kept_text.h"
+#include "host/core/base/kept_text.h"
 #include "kestrel/state_store.h"
 
 namespace kestrel::host::abi {

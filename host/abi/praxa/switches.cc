@@ -1,7 +1,7 @@
 /* Distributed switches: making and changing them, and what their handles tell. */
 #include "host/abi/arguments.h"
 #include "host/abi/handle_access.h"
-#include "host/core/kept_text.h"
+#include "host/core/base/kept_text.h"
 #include "kestrel/state_store.h"
 
 namespace kestrel::host::abi {

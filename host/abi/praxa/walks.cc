@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "host/abi/handle_access.h"
-#include "host/core/property_types.h"
+#include "host/core/properties/property_types.h"
 #include "kestrel/state_store.h"
 
 namespace kestrel::host::abi {

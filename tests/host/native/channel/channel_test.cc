@@ -9,7 +9,7 @@
 #include <string>
 
 #include "host/abi/guard.h"
-#include "host/core/errors.h"
+#include "host/core/base/errors.h"
 #include "host/core/faults.h"
 #include "kestrel/runtime_queries.h"
 #include "kestrel/state_store.h"

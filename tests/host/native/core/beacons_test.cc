@@ -1,4 +1,4 @@
-#include "host/core/beacons.h"
+#include "host/core/teaming/beacons.h"
 
 #include <gtest/gtest.h>
 

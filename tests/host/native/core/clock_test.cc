@@ -1,4 +1,4 @@
-#include "host/core/clock.h"
+#include "host/core/base/clock.h"
 
 #include "tests/host/native/support/status.h"
 

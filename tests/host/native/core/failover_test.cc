@@ -6,7 +6,7 @@
 #include <map>
 #include <tuple>
 
-#include "host/core/announcements.h"
+#include "host/core/teaming/announcements.h"
 #include "tests/host/native/support/team_host.h"
 
 namespace kestrel::host {

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "host/core/errors.h"
+#include "host/core/base/errors.h"
 #include "kestrel/constants.h"
 #include "tests/host/native/support/status.h"
 

@@ -6,8 +6,9 @@
 #include <variant>
 #include <vector>
 
-#include "host/core/group_codes.h"
-#include "host/core/group_packet.h"
+#include "host/core/frames/network_bytes.h"
+#include "host/core/multicast/group_codes.h"
+#include "host/core/multicast/group_packet.h"
 #include "tests/host/native/support/group_frames.h"
 
 namespace kestrel::host {

@@ -2,7 +2,7 @@
    piece or all at once, and what was refused has never been. */
 #include <gtest/gtest.h>
 
-#include "host/core/host_file.h"
+#include "host/core/storage/host_file.h"
 #include "tests/host/native/support/host_dump.h"
 #include "tests/host/native/support/random_changes.h"
 

@@ -11,7 +11,7 @@
 #include <iterator>
 #include <optional>
 
-#include "host/core/host_file.h"
+#include "host/core/storage/host_file.h"
 #include "tests/host/native/support/host_dump.h"
 #include "tests/host/native/support/random_changes.h"
 #include "tests/host/native/support/status.h"

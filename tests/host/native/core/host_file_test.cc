@@ -1,4 +1,4 @@
-#include "host/core/host_file.h"
+#include "host/core/storage/host_file.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

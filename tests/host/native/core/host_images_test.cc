@@ -1,5 +1,5 @@
-#include "host/core/image_frame.h"
-#include "host/core/port_image.h"
+#include "host/core/images/image_frame.h"
+#include "host/core/images/port_image.h"
 #include "tests/host/native/support/random_state.h"
 #include "tests/host/native/support/status.h"
 #include "tests/host/native/support/test_host.h"

@@ -1,6 +1,6 @@
 #include "host/core/host.h"
 
-#include "host/core/lag_status.h"
+#include "host/core/teaming/lag_status.h"
 #include "tests/host/native/support/status.h"
 #include "tests/host/native/support/test_host.h"
 
@@ -119,8 +119,12 @@ TEST(Host, SavedPoliciesOutlastALoadAndRuntimeOnesDoNot) {
 TEST(Host, AClearedPolicyIsClearedInWhatIsSavedToo) {
   const auto host = MakeTestHost();
   host->SetPortVlan(kAlias, "machine", {.vlan = 10, .ranges = {}}, Persistence::kSaved);
-  host->ClearPortVlan(kAlias, "machine");
-  EXPECT_STATUS(ZEL_NOT_FOUND, host->ClearPortVlan(kAlias, "machine"));
+  const auto clear = [&host] {
+    host->ClearProperty({.switch_name = kAlias, .level = PropertyLevel::kPort, .port = "machine"}, VSPROP_PORT_VLAN,
+                        Persistence::kSaved);
+  };
+  clear();
+  EXPECT_STATUS(ZEL_NOT_FOUND, clear());
   host->LoadConfig();
   EXPECT_EQ(VlanOf(ConfigOf(*host).PortNamed("machine")), std::nullopt);
 }

@@ -1,6 +1,6 @@
-#include "host/core/image_frame.h"
+#include "host/core/images/image_frame.h"
 
-#include "host/core/crc32c.h"
+#include "host/core/images/crc32c.h"
 #include "host/core/switch_config.h"
 #include "tests/host/native/support/status.h"
 

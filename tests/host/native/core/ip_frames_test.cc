@@ -1,4 +1,4 @@
-#include "host/core/ip_frames.h"
+#include "host/core/frames/ip_frames.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "host/core/ip_packet.h"
+#include "host/core/frames/ip_packet.h"
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,10 @@
-#include "host/core/lacp.h"
+#include "host/core/teaming/lacp.h"
 
 #include <gtest/gtest.h>
 
 #include <set>
 
-#include "host/core/lag_status.h"
+#include "host/core/teaming/lag_status.h"
 #include "tests/host/native/support/status.h"
 #include "tests/host/native/support/team_host.h"
 

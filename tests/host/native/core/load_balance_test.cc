@@ -1,4 +1,4 @@
-#include "host/core/load_balance.h"
+#include "host/core/teaming/load_balance.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 /* What a port asks of one group: the tables of RFC 3376 and RFC 3810, their timers, and older hosts among newer ones.
  */
-#include "host/core/membership.h"
+#include "host/core/multicast/membership.h"
 
 #include <gtest/gtest.h>
 

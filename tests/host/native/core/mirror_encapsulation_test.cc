@@ -1,4 +1,4 @@
-#include "host/core/mirror_encapsulation.h"
+#include "host/core/mirroring/mirror_encapsulation.h"
 
 #include <gtest/gtest.h>
 

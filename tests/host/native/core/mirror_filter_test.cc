@@ -1,4 +1,4 @@
-#include "host/core/mirror_filter.h"
+#include "host/core/mirroring/mirror_filter.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "host/core/mirror_runtime.h"
+#include "host/core/mirroring/mirror_runtime.h"
 
 #include "tests/host/native/support/status.h"
 

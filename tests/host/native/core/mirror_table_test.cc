@@ -1,8 +1,8 @@
-#include "host/core/mirror_table.h"
+#include "host/core/mirroring/mirror_table.h"
 
 #include <cstring>
 
-#include "host/core/record_bytes.h"
+#include "host/core/base/record_bytes.h"
 #include "tests/host/native/support/status.h"
 
 namespace kestrel::host {

@@ -1,4 +1,4 @@
-#include "host/core/mirroring.h"
+#include "host/core/mirroring/mirroring.h"
 
 #include <random>
 #include <set>

@@ -1,5 +1,5 @@
 /* Memberships, routers and queriers of a switch's ports, for both versions of IP. */
-#include "host/core/multicast_table.h"
+#include "host/core/multicast/multicast_table.h"
 
 #include <gtest/gtest.h>
 

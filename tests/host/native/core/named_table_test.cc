@@ -1,4 +1,4 @@
-#include "host/core/named_table.h"
+#include "host/core/base/named_table.h"
 
 #include <string>
 #include <vector>

@@ -1,8 +1,8 @@
-#include "host/core/property_keys.h"
+#include "host/core/properties/property_keys.h"
 
 #include <gtest/gtest.h>
 
-#include "host/core/property_table.h"
+#include "host/core/properties/property_table.h"
 
 namespace kestrel::host {
 namespace {

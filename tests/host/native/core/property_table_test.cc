@@ -1,7 +1,7 @@
-#include "host/core/property_table.h"
+#include "host/core/properties/property_table.h"
 
+#include "host/core/base/record_bytes.h"
 #include "host/core/host_defaults.h"
-#include "host/core/record_bytes.h"
 #include "tests/host/native/support/status.h"
 #include "tests/host/native/support/test_host.h"
 

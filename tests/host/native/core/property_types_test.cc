@@ -1,4 +1,4 @@
-#include "host/core/property_types.h"
+#include "host/core/properties/property_types.h"
 
 #include "tests/host/native/support/status.h"
 

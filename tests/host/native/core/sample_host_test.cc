@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <map>
 
-#include "host/core/lag_status.h"
-#include "host/core/static_entries.h"
+#include "host/core/teaming/lag_status.h"
+#include "host/core/traffic/static_entries.h"
 #include "tests/host/native/support/status.h"
 
 namespace kestrel::host {

@@ -1,8 +1,8 @@
-#include "host/core/state_image.h"
+#include "host/core/images/state_image.h"
 
 #include <set>
 
-#include "host/core/image_frame.h"
+#include "host/core/images/image_frame.h"
 #include "tests/host/native/support/random_state.h"
 #include "tests/host/native/support/status.h"
 

@@ -1,11 +1,11 @@
-#include "host/core/team_hash.h"
+#include "host/core/teaming/team_hash.h"
 
 #include <gtest/gtest.h>
 
 #include <array>
 #include <set>
 
-#include "host/core/fnv_hash.h"
+#include "host/core/base/fnv_hash.h"
 #include "tests/host/native/support/team_host.h"
 
 namespace kestrel::host {

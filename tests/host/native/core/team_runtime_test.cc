@@ -1,4 +1,4 @@
-#include "host/core/team_runtime.h"
+#include "host/core/teaming/team_runtime.h"
 
 #include <gtest/gtest.h>
 

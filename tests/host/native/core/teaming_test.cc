@@ -1,4 +1,4 @@
-#include "host/core/teaming.h"
+#include "host/core/teaming/teaming.h"
 
 #include <gtest/gtest.h>
 

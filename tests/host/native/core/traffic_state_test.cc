@@ -46,17 +46,6 @@ TEST(TrafficState, AClientComesBack) {
   EXPECT_STATUS(ZEL_INVALID_METADATA, Client::Load(saved.substr(0, saved.size() - 1)));
 }
 
-TEST(TrafficState, VlansComeBack) {
-  VlanTable table;
-  table.CountIn(100, seconds(1));
-  table.CountOut(4094, seconds(2));
-  table.CountOut(100, seconds(3));
-  const VlanTable loaded = VlanTable::Load(table.Save());
-  EXPECT_EQ(loaded.Items(), table.Items());
-  EXPECT_EQ(*loaded.Find(100), (VlanRuntime{100, seconds(1), seconds(3), 1, 1}));
-  EXPECT_STATUS(ZEL_INVALID_METADATA, VlanTable::Load(table.Save() + table.Save()));
-}
-
 /** A table as lists, for the truth. */
 TEST(TrafficState, ATableIsWhatAListWouldBe) {
   std::mt19937 random(7);

@@ -11,7 +11,7 @@
 #include <string>
 #include <thread>
 
-#include "host/core/host_file.h"
+#include "host/core/storage/host_file.h"
 #include "tests/host/native/support/host_dump.h"
 #include "tests/host/native/support/test_host.h"
 

@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "host/core/errors.h"
+#include "host/core/base/errors.h"
 
 namespace kestrel::host::abi {
 namespace {

@@ -1,6 +1,6 @@
 /* The counters of mirror sessions, through the C functions. */
 #include "tests/host/native/support/mirror_sessions.h"
-#include "host/core/mirroring.h"
+#include "host/core/mirroring/mirroring.h"
 #include "kestrel/runtime_queries.h"
 #include "kestrel/switch_config.h"
 #include "tests/host/native/support/face_test.h"

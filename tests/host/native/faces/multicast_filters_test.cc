@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "host/core/multicast.h"
+#include "host/core/multicast/multicast.h"
 #include "kestrel/runtime_queries.h"
 #include "kestrel/switch_config.h"
 #include "tests/host/native/support/face_test.h"

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "host/abi/guard.h"
-#include "host/core/host_file.h"
+#include "host/core/storage/host_file.h"
 #include "kestrel/runtime_queries.h"
 #include "kestrel/state_store.h"
 #include "kestrel/switch_config.h"

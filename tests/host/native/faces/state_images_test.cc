@@ -1,7 +1,7 @@
 #include <cstring>
 
-#include "host/core/image_frame.h"
-#include "host/core/property_image.h"
+#include "host/core/images/image_frame.h"
+#include "host/core/images/property_image.h"
 #include "kestrel/state_store.h"
 #include "kestrel/switch_config.h"
 #include "tests/host/native/support/face_test.h"

@@ -1,4 +1,4 @@
-#include "host/core/teaming.h"
+#include "host/core/teaming/teaming.h"
 
 #include "kestrel/runtime_queries.h"
 #include "kestrel/switch_config.h"

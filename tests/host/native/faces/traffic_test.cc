@@ -2,7 +2,7 @@
 #include <cstring>
 #include <vector>
 
-#include "host/core/record_bytes.h"
+#include "host/core/base/record_bytes.h"
 #include "kestrel/runtime_queries.h"
 #include "kestrel/state_store.h"
 #include "tests/host/native/support/face_test.h"

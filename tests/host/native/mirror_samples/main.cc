@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "host/core/mirroring.h"
+#include "host/core/mirroring/mirroring.h"
 #include "tests/host/native/support/ip_frames.h"
 #include "tests/host/native/support/mirror_sessions.h"
 

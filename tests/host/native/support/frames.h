@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "host/core/frame.h"
+#include "host/core/frames/frame.h"
 
 namespace kestrel::host {
 

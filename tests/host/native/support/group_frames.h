@@ -7,9 +7,9 @@
 #include <string_view>
 #include <vector>
 
-#include "host/core/group_message.h"
-#include "host/core/ip_address.h"
-#include "host/core/mac_address.h"
+#include "host/core/frames/ip_address.h"
+#include "host/core/frames/mac_address.h"
+#include "host/core/multicast/group_message.h"
 
 namespace kestrel::host {
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "host/core/database.h"
-#include "host/core/host_file_tables.h"
+#include "host/core/storage/database.h"
+#include "host/core/storage/host_file_tables.h"
 #include "tests/host/native/support/test_folder.h"
 
 namespace kestrel::host {

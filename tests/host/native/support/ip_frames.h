@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "host/core/frame.h"
-#include "host/core/mac_address.h"
+#include "host/core/frames/frame.h"
+#include "host/core/frames/mac_address.h"
 
 namespace kestrel::host {
 

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/core/mirror_table.h"
+#include "host/core/mirroring/mirror_table.h"
 #include "tests/host/native/support/test_host.h"
 
 namespace kestrel::host {

@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include "host/core/base/record_bytes.h"
 #include "host/core/host.h"
-#include "host/core/record_bytes.h"
 #include "tests/host/native/support/group_frames.h"
 #include "tests/host/native/support/mirror_sessions.h"
 #include "tests/host/native/support/test_host.h"

@@ -7,12 +7,12 @@
 #include <string>
 #include <vector>
 
+#include "host/core/base/record_bytes.h"
+#include "host/core/frames/mac_address.h"
 #include "host/core/host_defaults.h"
-#include "host/core/mac_address.h"
-#include "host/core/mirror_table.h"
-#include "host/core/property_table.h"
-#include "host/core/property_types.h"
-#include "host/core/record_bytes.h"
+#include "host/core/mirroring/mirror_table.h"
+#include "host/core/properties/property_table.h"
+#include "host/core/properties/property_types.h"
 #include "host/core/switch_config.h"
 #include "kestrel/policy_records.h"
 

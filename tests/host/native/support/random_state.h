@@ -5,9 +5,9 @@
 #include <utility>
 #include <vector>
 
-#include "host/core/port_image.h"
-#include "host/core/property_image.h"
-#include "host/core/state_image.h"
+#include "host/core/images/port_image.h"
+#include "host/core/images/property_image.h"
+#include "host/core/images/state_image.h"
 #include "tests/host/native/support/random_config.h"
 
 namespace kestrel::host {

@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "host/core/membership.h"
-#include "host/core/multicast_table.h"
+#include "host/core/multicast/membership.h"
+#include "host/core/multicast/multicast_table.h"
 
 namespace kestrel::host {
 

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "host/core/errors.h"
+#include "host/core/base/errors.h"
 #include "kestrel/constants.h"
 
 namespace kestrel::host {

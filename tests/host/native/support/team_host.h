@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "host/core/frame.h"
-#include "host/core/frame_writer.h"
+#include "host/core/base/record_bytes.h"
+#include "host/core/frames/frame.h"
+#include "host/core/frames/frame_writer.h"
 #include "host/core/host.h"
-#include "host/core/record_bytes.h"
-#include "host/core/teaming.h"
+#include "host/core/teaming/teaming.h"
 #include "kestrel/policy_records.h"
 #include "tests/host/native/support/test_host.h"
 

@@ -3,8 +3,8 @@
 
 #include <memory>
 
+#include "host/core/base/record_bytes.h"
 #include "host/core/host.h"
-#include "host/core/record_bytes.h"
 
 namespace kestrel::host {
 

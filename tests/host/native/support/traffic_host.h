@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "host/core/base/record_bytes.h"
 #include "host/core/host.h"
 #include "host/core/port_status.h"
-#include "host/core/record_bytes.h"
 #include "kestrel/policy_records.h"
 #include "tests/host/native/support/frames.h"
 #include "tests/host/native/support/test_host.h"
