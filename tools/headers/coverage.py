@@ -12,6 +12,7 @@ HOST = Path(__file__).resolve().parents[2] / "host"
 # A function's definition, as the faces write it.
 _DEFINITION = re.compile(r"^KESTREL_HOST_EXPORT\b[^;{()]*?\b(?P<name>\w+)\(", re.MULTILINE)
 
+
 def defined(folder: Path = HOST) -> set[str]:
     """The functions that the host's sources define."""
     return {name for file in sorted(folder.rglob("*.cc")) for name in _DEFINITION.findall(file.read_text())}

@@ -256,9 +256,7 @@ def package_page(headers: Headers) -> str:
 
 def coverage_page(headers: Headers) -> str:
     """What the embedded host implements."""
-    introduction = (
-        "Every function that the platform declares, and whether the embedded host implements it."
-    )
+    introduction = "Every function that the platform declares, and whether the embedded host implements it."
     return _page("Coverage", introduction, coverage.body(headers))
 
 
