@@ -453,11 +453,11 @@ with lab.transaction():
 lab.clock.advance(5)
 """
 AGAIN = """
-from libkestrel import lab
+from libkestrel import errors, lab
 print([nic.name for nic in lab.nics()], lab.clients("s"), lab.clock.now())
 with lab.fault("VSDVS_SetMTU", disk_full=True):
     import _libkestrel as k
-    print(lab.errors.status_name(k.VSDVS_SetMTU("s", 9000)), k.VSDVS_SetMTU("s", 4000))
+    print(errors.status_name(k.VSDVS_SetMTU("s", 9000)), k.VSDVS_SetMTU("s", 4000))
 """
 
 

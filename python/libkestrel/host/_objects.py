@@ -92,13 +92,14 @@ class AtOnce:
 class HostObject:
     """Something of a host: it has a place, tells errors with it, and passes changes on."""
 
-    def __init__(self, changes: Changes) -> None:
+    def __init__(self, changes: Changes, place: str) -> None:
         self._changes = changes
+        self._place = place
 
     @property
     def place(self) -> str:
         """What the object is, as errors and plans call it: "port 10 of switch dvs-prod"."""
-        raise NotImplementedError
+        return self._place
 
     def __repr__(self) -> str:
         return f"<{type(self).__name__}: {self.place}>"
@@ -151,6 +152,14 @@ class HostObject:
     def _clear_key(self, key: str) -> None:
         """Clears a property."""
         raise NotImplementedError
+
+
+class OfSwitch(HostObject):
+    """What a switch has several of, such as its ports: it goes by the switch's place."""
+
+    def __init__(self, changes: Changes, switch: str) -> None:
+        super().__init__(changes, f"switch {switch}")
+        self._switch = switch
 
 
 class Setting(Generic[T]):

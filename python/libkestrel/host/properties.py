@@ -12,7 +12,7 @@ import _libkestrel as flat
 from libkestrel import records
 from libkestrel._kestrel_error import KestrelError, check
 from libkestrel.host import _cells
-from libkestrel.host._objects import ABSENT, Changes, HostObject, Undo, is_missing, name_of, unknown
+from libkestrel.host._objects import ABSENT, Changes, HostObject, OfSwitch, Undo, is_missing, name_of, unknown
 
 T = TypeVar("T")
 Value = bytes | bytearray | memoryview | int | bool | str | records.Record
@@ -110,15 +110,6 @@ class Properties(HostObject):
     what has neither; BadParam for a key of another level and for a value that the key does not take; ReadOnly for one
     that cannot be set; NameTooLong for keys above 255 bytes; LimitExceeded for values above the limit.
     """
-
-    def __init__(self, changes: Changes, place: str) -> None:
-        super().__init__(changes)
-        self._place = place
-
-    @property
-    def place(self) -> str:
-        """What errors and plans call it."""
-        return self._place
 
     def _read(self, key: str) -> bytes:
         raise NotImplementedError
@@ -265,12 +256,8 @@ class ConfigProperties(Properties):
         self._drop(key, None, 0)
 
 
-class SwitchProperties(ConfigProperties):
+class SwitchProperties(OfSwitch, ConfigProperties):
     """The properties of a switch."""
-
-    def __init__(self, changes: Changes, switch: str) -> None:
-        super().__init__(changes, f"switch {switch}")
-        self._switch = switch
 
     def _read(self, key: str) -> bytes:
         def call(query: Any) -> int:

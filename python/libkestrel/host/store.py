@@ -33,12 +33,18 @@ def _u32(kind: PropertyKind) -> int:
 class PropertyCollection:
     """A collection of properties, as the store passes them around. It is released with the object or a `with` block."""
 
-    def __init__(self, handle: Any = None) -> None:
-        if handle is None:
-            cell = _cells.Cell()
-            check(flat.DVSData_Alloc(cell.pointer, None, None), "make collection of properties")
-            handle = cell.as_pointer()
-        self._handle = handle
+    def __init__(self) -> None:
+        self._handle: Any = None
+        cell = _cells.Cell()
+        check(flat.DVSData_Alloc(cell.pointer, None, None), "make collection of properties")
+        self._handle = cell.as_pointer()
+
+    @classmethod
+    def _handed_out(cls, cell: _cells.Cell) -> Self:
+        """The collection that the store wrote into a cell."""
+        collection = cls.__new__(cls)
+        collection._handle = cell.as_pointer()
+        return collection
 
     def _open(self) -> Any:
         if self._handle is None:
@@ -236,16 +242,11 @@ class StoredPort(HostObject):
     """A distributed port as the store knows it."""
 
     def __init__(self, changes: Changes, switch: str, port: str) -> None:
-        super().__init__(changes)
+        super().__init__(changes, f"stored port {port} of switch {switch}")
         self.switch = name_of(switch, "switch id")
         """The id of the switch."""
         self.id = name_of(port, "port id")
         """The port's id."""
-
-    @property
-    def place(self) -> str:
-        """What errors and plans call it."""
-        return f"stored port {self.id} of switch {self.switch}"
 
     @property
     def handle(self) -> Any:
@@ -290,30 +291,25 @@ class StoredPort(HostObject):
         cell = _cells.Cell()
         status = flat.DVSZEL_VendorPortPropList(self.switch, self.id, cell.pointer, _u32(kinds))
         self._check(status, "collect properties of other vendors")
-        return PropertyCollection(cell.as_pointer())
+        return PropertyCollection._handed_out(cell)
 
     def extra_properties(self, kinds: PropertyKind = ALL_KINDS) -> PropertyCollection:
         """The port's properties beyond the platform's own, of some kinds."""
         cell = _cells.Cell()
         status = flat.DVSZEL_ExtraConfigPortPropList(self.switch, self.id, cell.pointer, _u32(kinds))
         self._check(status, "collect further properties")
-        return PropertyCollection(cell.as_pointer())
+        return PropertyCollection._handed_out(cell)
 
 
 class StoredSwitch(HostObject):
     """A distributed switch as the store knows it."""
 
     def __init__(self, changes: Changes, switch: str, name: str) -> None:
-        super().__init__(changes)
+        super().__init__(changes, f"stored switch {switch}")
         self.id = name_of(switch, "switch id")
         """The switch's id."""
         self.name = name_of(name, "alias")
         """The switch's alias."""
-
-    @property
-    def place(self) -> str:
-        """What errors and plans call it."""
-        return f"stored switch {self.id}"
 
     @property
     def handle(self) -> Any:
@@ -460,30 +456,28 @@ class StoredSwitch(HostObject):
         cell = _cells.Cell()
         status = flat.DVSZEL_VendorGlobalPropList(self.id, cell.pointer, _u32(kinds))
         self._check(status, "collect properties of other vendors")
-        return PropertyCollection(cell.as_pointer())
+        return PropertyCollection._handed_out(cell)
 
     def vendor_host_properties(self, kinds: PropertyKind = ALL_KINDS) -> PropertyCollection:
         """The properties of other vendors of this host's part of the switch, of some kinds."""
         cell = _cells.Cell()
         status = flat.DVSZEL_VendorHostPropList(self.id, cell.pointer, _u32(kinds))
         self._check(status, "collect properties of other vendors")
-        return PropertyCollection(cell.as_pointer())
+        return PropertyCollection._handed_out(cell)
 
     def extra_properties(self, kinds: PropertyKind = ALL_KINDS) -> PropertyCollection:
         """The switch's properties beyond the platform's own, of some kinds."""
         cell = _cells.Cell()
         status = flat.DVSZEL_ExtraConfigPropList(self.id, cell.pointer, _u32(kinds))
         self._check(status, "collect further properties")
-        return PropertyCollection(cell.as_pointer())
+        return PropertyCollection._handed_out(cell)
 
 
 class Store(HostObject):
     """The state store of the host."""
 
-    @property
-    def place(self) -> str:
-        """What errors and plans call it."""
-        return "state store"
+    def __init__(self, changes: Changes) -> None:
+        super().__init__(changes, "state store")
 
     # ---- Life of the state ----
 
