@@ -171,16 +171,27 @@ class Setting(Generic[T]):
         self._clear: Callable[[Any], None] | None = None
         self.__doc__ = read.__doc__
         self.__name__ = read.__name__
+        self._complete = False
+
+    def __set_name__(self, owner: type[Any], name: str) -> None:
+        self._complete = True
 
     def writes(self, function: Callable[[Any, T], None]) -> Callable[[Any, T], None]:
-        """Decorates the method that sets the value."""
+        """Decorates the method that sets the value, while the class is made."""
+        self._check_incomplete()
         self._write = function
         return function
 
     def clears(self, function: Callable[[Any], None]) -> Callable[[Any], None]:
         """Decorates the method that brings the default back; without one the property is cleared."""
+        self._check_incomplete()
         self._clear = function
         return function
+
+    def _check_incomplete(self) -> None:
+        """What users get hold of is not theirs to change."""
+        if self._complete:
+            raise TypeError(f"{self.__name__} belongs to a class that is complete")
 
     @overload
     def __get__(self, owner: None, kind: type[Any], /) -> Setting[T]: ...
@@ -306,6 +317,11 @@ def name_of(value: str, what: str) -> str:
     if "\0" in value:
         raise ValueError(f"{what} has a zero character in it: {value!r}")
     return value
+
+
+def plain_bytes(value: bytes | bytearray | memoryview) -> bytes:
+    """The bytes of a buffer, as many as there are, whatever a subclass says. TypeError for what has none."""
+    return bytes(memoryview(value))
 
 
 def int32(value: int, what: str) -> int:

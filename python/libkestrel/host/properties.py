@@ -12,7 +12,17 @@ import _libkestrel as flat
 from libkestrel import records
 from libkestrel._kestrel_error import KestrelError, check
 from libkestrel.host import _cells
-from libkestrel.host._objects import ABSENT, Changes, HostObject, OfSwitch, Undo, is_missing, name_of, unknown
+from libkestrel.host._objects import (
+    ABSENT,
+    Changes,
+    HostObject,
+    OfSwitch,
+    Undo,
+    is_missing,
+    name_of,
+    plain_bytes,
+    unknown,
+)
 
 T = TypeVar("T")
 Value = bytes | bytearray | memoryview | int | bool | str | records.Record
@@ -60,11 +70,13 @@ def to_bytes(value: Value) -> bytes:
     if isinstance(value, bool):
         return bytes([value])
     if isinstance(value, int):
-        return value.to_bytes(4, "little", signed=value < 0)
+        return int.to_bytes(value, 4, "little", signed=value < 0)
     if isinstance(value, str):
-        return value.encode(errors="surrogateescape")
-    if isinstance(value, (bytes, bytearray, memoryview, records.Record)):
+        return str.encode(value, errors="surrogateescape")
+    if isinstance(value, records.Record):
         return bytes(value)
+    if isinstance(value, (bytes, bytearray, memoryview)):
+        return plain_bytes(value)
     raise TypeError(f"a property is bytes, int, bool, str or a record, not {type(value).__name__}")
 
 

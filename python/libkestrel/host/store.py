@@ -4,7 +4,7 @@ from __future__ import annotations
 
 from collections.abc import Iterator
 from types import TracebackType
-from typing import Any, Self
+from typing import Any, NoReturn, Self
 
 import _libkestrel as flat
 
@@ -12,7 +12,18 @@ from libkestrel import records
 from libkestrel._kestrel_error import check
 from libkestrel.enums import DVSPortType
 from libkestrel.host import _cells
-from libkestrel.host._objects import ABSENT, PRESENT, Changes, HostObject, Undo, handed_block, int32, name_of, setting
+from libkestrel.host._objects import (
+    ABSENT,
+    PRESENT,
+    Changes,
+    HostObject,
+    Undo,
+    handed_block,
+    int32,
+    name_of,
+    plain_bytes,
+    setting,
+)
 from libkestrel.host.properties import (
     ALL_KINDS,
     ANY_KIND,
@@ -53,9 +64,9 @@ class PropertyCollection:
 
     def update(self, key: str, value: Value, kind: PropertyKind = PropertyKind.CONFIG) -> None:
         """Puts a property into the collection, or replaces it."""
-        data = to_bytes(value)
+        data, number = to_bytes(value), _u32(kind)
         buffer = _cells.Buffer(data)
-        status = flat.DVSData_Update(self._open(), name_of(key, "key"), buffer.pointer, len(data), _u32(kind))
+        status = flat.DVSData_Update(self._open(), name_of(key, "key"), buffer.pointer, len(data), number)
         check(status, f"set {key}", "collection of properties")
 
     def image(self, version: int = flat.DVS_VERSION_70) -> bytes:
@@ -70,6 +81,9 @@ class PropertyCollection:
         handle, self._handle = self._handle, None
         if handle is not None:
             flat.DVSData_Free(handle)
+
+    def __reduce__(self) -> NoReturn:
+        raise TypeError("a collection of properties is released once and cannot be copied")
 
     def __enter__(self) -> Self:
         return self
@@ -397,9 +411,10 @@ class StoredSwitch(HostObject):
     def add_port(self, port: str, image: bytes = b"") -> None:
         """Adds a port, with the state in an image if there is one. Exists for a port that is there."""
         name_of(port, "port id")
+        data = plain_bytes(image)
         self._change(
             f"add port {port}",
-            lambda: self._add_port(port, image),
+            lambda: self._add_port(port, data),
             undo=lambda: lambda: self._remove_port(port),
         )
 
@@ -444,9 +459,10 @@ class StoredSwitch(HostObject):
     def command(self, command: str, data: bytes = b"") -> bytes:
         """Runs a command on the switch; gives its output. NotImplemented for one that the switch does not know."""
         cell, length = _cells.Cell(), _cells.Number()
-        buffer = _cells.Buffer(data)
+        given = plain_bytes(data)
+        buffer = _cells.Buffer(given)
         status = flat.DVSZEL_CmdExec(
-            self.id, name_of(command, "command"), buffer.pointer, len(data), cell.pointer, length.pointer
+            self.id, name_of(command, "command"), buffer.pointer, len(given), cell.pointer, length.pointer
         )
         self._check(status, f"run {command}")
         return handed_block(cell, length.value)
@@ -499,7 +515,8 @@ class Store(HostObject):
 
     def start_from(self, image: bytes) -> None:
         """Creates the state from an image. ChecksumMismatch and InvalidMetadata for one that is damaged."""
-        self._change("create state from image", lambda: self._start_from(image), after=f"{len(image)} bytes")
+        data = plain_bytes(image)
+        self._change("create state from image", lambda: self._start_from(data), after=f"{len(data)} bytes")
 
     def _start_from(self, image: bytes) -> None:
         buffer = _cells.Buffer(image)
@@ -507,7 +524,8 @@ class Store(HostObject):
 
     def configure_from(self, image: bytes) -> None:
         """Replaces the configuration by that of an image. Raises as `start_from` does."""
-        self._change("replace configuration", lambda: self._configure_from(image), after=f"{len(image)} bytes")
+        data = plain_bytes(image)
+        self._change("replace configuration", lambda: self._configure_from(data), after=f"{len(data)} bytes")
 
     def _configure_from(self, image: bytes) -> None:
         buffer = _cells.Buffer(image)

@@ -4,8 +4,7 @@ from __future__ import annotations
 
 from typing import Any
 
-import _libkestrel
-
+from libkestrel._kestrel_error import sentence
 from libkestrel.errors import KestrelError, status_name
 
 
@@ -16,7 +15,7 @@ class LabError(KestrelError):
     """More than the status says, or nothing."""
 
     def __init__(self, what: str, status: int, detail: str = "") -> None:
-        super().__init__(status, status_name(status), str(_libkestrel.ZEL_ReturnStatusToString(status)), what)
+        super().__init__(status, status_name(status), sentence(status), what)
         self.detail = detail
 
     def __str__(self) -> str:
