@@ -57,6 +57,11 @@ def _sentence(text: str) -> str:
     return f"{text[0].upper() + text[1:] if first.islower() else text}."
 
 
+def array_documentation(name: str) -> str:
+    """What a plain array is."""
+    return f"A plain array of {ARRAYS[name]}, as long as it was made."
+
+
 def _text(value: str) -> str:
     return json.dumps(value)
 
@@ -103,8 +108,7 @@ class _Tables:
         lines = [self._describe(record) for record in self.headers.records]
         for name in ARRAYS:
             found = [array_field(self.headers, name)]
-            doc = f"A plain array of {ARRAYS[name]}, as long as it was made."
-            lines.append(self._record(name, doc, 0, found))
+            lines.append(self._record(name, array_documentation(name), 0, found))
         enumerators: list[str] = []
         ranges: list[str] = []
         for name in self.enumerations:
