@@ -65,7 +65,7 @@ class Plan(HostObjects):
     """
 
     def __init__(self) -> None:
-        super().__init__(self, "plan")
+        super().__init__(self, "host")
         self._steps: list[Change] = []
         self._expected: dict[Hashable, object] = {}
         self._closed = False
