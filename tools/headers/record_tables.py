@@ -70,7 +70,7 @@ class _Tables:
     def __init__(self, headers: Headers) -> None:
         self.headers = headers
         self.names = [record.name for record in headers.records] + list(ARRAYS)
-        self.enumerations = list(dict.fromkeys(c.enumeration for c in headers.constants if c.enumeration))
+        self.enumerations = list(headers.enumerations)
         self.rows: list[str] = []
 
     def _target(self, field: Field) -> int:
@@ -113,7 +113,9 @@ class _Tables:
         ranges: list[str] = []
         for name in self.enumerations:
             own = [c for c in self.headers.constants if c.enumeration == name]
-            ranges.append(f"{{{_text(str(name))}, {len(enumerators)}, {len(own)}}},")
+            ranges.append(
+                f"{{{_text(name)}, {_text(self.headers.enumerations[name])}, {len(enumerators)}, {len(own)}}},"
+            )
             enumerators += [f"{{{_text(c.name)}, {c.value}}}," for c in own]
         tables = [
             ("EnumeratorSpec kEnumerators", enumerators),

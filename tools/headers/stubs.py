@@ -338,9 +338,9 @@ def enums_stub(headers: Headers) -> str:
         "",
         "__all__: list[str]",
     ]
-    for name in dict.fromkeys(c.enumeration for c in headers.constants if c.enumeration):
+    for name, doc in headers.enumerations.items():
         base = "IntFlag" if name.endswith("Flags") else "IntEnum"
-        lines += ["", f"class {name}({base}):"]
+        lines += ["", f"class {name}({base}):", f'    """{doc}"""', ""]
         lines += [f"    {c.name} = {c.value}" for c in headers.constants if c.enumeration == name]
     return "\n".join(lines) + "\n"
 

@@ -38,13 +38,17 @@ class PropertyKind(IntFlag):
     VOLATILE = flat.VOLATILE_PROP_TYPE
     """Not saved."""
     POLICY = flat.POLICY_PROP_TYPE
+    """A policy, which is saved."""
     CONFIG = flat.CONFIG_PROP_TYPE
     """Configuration, which is saved."""
     RUNTIME = flat.RUNTIME_PROP_TYPE
     """Running state, which is not saved."""
     NO_REPLICATE = flat.NO_REPLICATE_PROP_TYPE
+    """Saved, and left out of images of ports and of what a SmartNIC reads."""
     NO_LOCAL_CALLBACK = flat.NO_SET_LOCAL_CALLBACK_PROP_TYPE
+    """Set without telling this host's own listeners; saved."""
     NO_SYNC = flat.NO_SYNC_PROP_TYPE & 0xFFFFFFFF
+    """Kept as it is when the configuration is replaced, and not shown by lists of other kinds."""
 
 
 ALL_KINDS = PropertyKind(flat.ALL_PROP_TYPE & 0xFFFFFFFF)

@@ -52,7 +52,9 @@ class Capture:
 
     def __init__(self, switch: str, port: str, direction: str) -> None:
         self.switch = switch
+        """The switch."""
         self.port = port
+        """The port's id."""
         self.dropped = 0
         """How many of the oldest frames there was no room for."""
         self._direction = direction

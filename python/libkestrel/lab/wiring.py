@@ -30,6 +30,7 @@ class Client:
     kind: str
     """ "machine", "service" or "nic"."""
     name: str
+    """The client's name, at most 1039 bytes; a NIC's own."""
     mac: str
     """The address of its hardware."""
     used_mac: str
