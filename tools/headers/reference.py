@@ -10,7 +10,7 @@ import argparse
 import re
 from pathlib import Path
 
-from headers import c_source, coverage, model, package_coverage, record_classes
+from headers import c_source, coverage, model, object_classes, package_coverage, record_classes
 from headers.model import Function, Headers, Member, Parameter, Record
 
 ARRAYS = ("vidrangeArray", "pvlanmapentryArray")
@@ -254,6 +254,11 @@ def package_page(headers: Headers) -> str:
     return _page("The package", package_coverage.INTRODUCTION, package_coverage.body(headers))
 
 
+def objects_page() -> str:
+    """The package's objects and its laboratory."""
+    return _page("Classes of the package", object_classes.INTRODUCTION, object_classes.body())
+
+
 def record_classes_page(headers: Headers) -> str:
     """The package's record classes with their attributes."""
     return _page("Record classes", record_classes.INTRODUCTION, record_classes.body(headers))
@@ -274,6 +279,7 @@ def pages() -> dict[str, str]:
         "records.md": records_page(headers),
         "constants.md": constants_page(headers),
         "coverage.md": coverage_page(headers),
+        "objects.md": objects_page(),
         "package.md": package_page(headers),
         "record_classes.md": record_classes_page(headers),
     }

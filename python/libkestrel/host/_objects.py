@@ -30,7 +30,10 @@ class Presence:
         return "present"
 
 
-ABSENT, PRESENT = Absence(), Presence()
+ABSENT = Absence()
+"""Stands in changes for what is not there."""
+PRESENT = Presence()
+"""Stands in changes for what is there."""
 _UNKNOWN: Any = object()
 
 

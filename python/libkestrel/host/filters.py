@@ -28,7 +28,7 @@ class EthernetFilterFlags(IntFlag):
     USE_HASH = flat.ZEL_ETH_FILTER_USE_LADRF
     """Group addresses are told by a hash of theirs."""
     SINK = flat.ZEL_ETH_FILTER_SINK
-    """The port takes frames for addresses that nobody is known to have."""
+    """The port takes what no other port wants."""
 
 
 _NO_FLAGS = EthernetFilterFlags(0)

@@ -49,3 +49,4 @@ class Clock:
 
 
 clock = Clock()
+"""The clock of this process's host."""
