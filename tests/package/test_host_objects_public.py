@@ -199,3 +199,25 @@ def test_wrong_names_and_values_raise(wrong: Any) -> None:
             except (errors.KestrelError, TypeError, ValueError, OverflowError, AttributeError, IndexError, KeyError):
                 pass
     assert attempts > 150
+
+
+# ---- Verbs that tell ----
+
+
+def verbs() -> list[tuple[type[Any], str, Any]]:
+    kinds = [value for name in host.__all__ if inspect.isclass(value := getattr(host, name))]
+    return [(k, name, member) for k in kinds for name, member in public_members(k) if name.startswith("ensure")]
+
+
+def test_every_ensuring_verb_says_whether_it_changed_anything() -> None:
+    assert len(verbs()) > 50
+    assert [f"{k.__name__}.{name}" for k, name, m in verbs() if m.__annotations__["return"] != "bool"] == []
+    silent = [name for _, name, member in verbs() if "Returns whether" not in (member.__doc__ or "")]
+    assert silent == []
+
+
+def test_every_setting_has_an_ensuring_verb() -> None:
+    known = {(k, name) for k, name, _ in verbs()}
+    settings = {(k, name) for k, _, _ in verbs() for name, member in public_members(k) if isinstance(member, Setting)}
+    assert len(settings) > 25
+    assert [f"{k.__name__}.{name}" for k, name in settings if (k, f"ensure_{name}") not in known] == []

@@ -155,6 +155,8 @@ SIMPLE: tuple[Any, ...] = (
     lambda *_: None,
     _libkestrel.cvar,
     _libkestrel.cvar.runtimeOptionNames,
+    _libkestrel.new_VSInfo(),
+    _libkestrel.new_VSMACTable(3),
     len,
 )
 """Values of every kind, small, huge, negative, malformed."""
