@@ -21,8 +21,9 @@ PACKAGE = Path(libkestrel.__file__).parent
 MODULES = [
     found.name
     for found in pkgutil.walk_packages(libkestrel.__path__, "libkestrel.")
-    if not any(part.startswith("_") for part in found.name.split("."))
+    if not any(part.startswith("_") or part == "cli" for part in found.name.split("."))
 ]
+"""Not the command line: programs call it, and its help is its text."""
 
 
 def published(name: str) -> Iterator[tuple[str, Any]]:
@@ -81,8 +82,10 @@ def attributes(node: ast.ClassDef) -> Iterator[tuple[str, ast.stmt | None]]:
                 yield ast.unparse(target), after
 
 
-SOURCES = [path for path in sorted(PACKAGE.rglob("*.py")) if not {"scenario", "_declarations.py"} & set(path.parts)]
-"""Not the format of scenarios, whose keys carry their texts in another way: for its own page."""
+SOURCES = [
+    path for path in sorted(PACKAGE.rglob("*.py")) if not {"scenario", "cli", "_declarations.py"} & set(path.parts)
+]
+"""Not the format of scenarios either, whose keys carry their texts in another way: for its own page."""
 
 
 @pytest.mark.parametrize("path", SOURCES, ids=lambda path: str(path.relative_to(PACKAGE)))
