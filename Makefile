@@ -81,6 +81,10 @@ test-aarch64: cross
 bench: $(VENV)/bench $(VENV)/installed
 	$(PYTHON) benchmarks/boundary.py
 	$(PYTHON) benchmarks/records.py
+	cmake --preset bench >build/configure-bench.log || { cat build/configure-bench.log; exit 1; }
+	cmake --build --preset bench
+	build/bench/benchmarks/host/host_benchmark
+	build/bench/benchmarks/host/host_file_benchmark build
 
 ## reference: write anew what is derived and kept: the reference pages, the page of scenarios, Python's declarations
 reference: $(VENV)/test
