@@ -99,7 +99,7 @@ stubs: $(VENV)/test
 
 ## lint: formatting, static checks of Python and types; warnings are errors
 lint: $(VENV)/lint $(VENV)/demo
-	clang-format --dry-run --Werror $(NATIVE_SOURCES)
+	@clang-format --dry-run --Werror $(NATIVE_SOURCES)
 	ruff format --check $(PYTHON_SOURCES)
 	ruff check $(PYTHON_SOURCES)
 	mypy $(PYTHON_SOURCES)
@@ -110,7 +110,7 @@ tidy: $(VENV)/lint build
 
 ## format: bring all sources into shape
 format: $(VENV)/lint
-	clang-format -i $(NATIVE_SOURCES)
+	@clang-format -i $(NATIVE_SOURCES)
 	ruff format $(PYTHON_SOURCES)
 	ruff check --fix $(PYTHON_SOURCES)
 
