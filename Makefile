@@ -98,7 +98,7 @@ stubs: $(VENV)/test
 	PYTHONPATH=tools $(PYTHON) -m headers.stubs python
 
 ## lint: formatting, static checks of Python and types; warnings are errors
-lint: $(VENV)/lint $(VENV)/demo
+lint: $(VENV)/lint $(VENV)/demo $(VENV)/test
 	@clang-format --dry-run --Werror $(NATIVE_SOURCES)
 	ruff format --check $(PYTHON_SOURCES)
 	ruff check $(PYTHON_SOURCES)
