@@ -87,6 +87,16 @@ def port_id(port: str) -> int:
     return number
 
 
+def hint(port: str) -> list[str]:
+    """The NIC that the platform says a port's frames leave by."""
+    name = k.new_zel_Name()
+    status = k.VSZEL_PortGetTeamUplinkHint(port_id(port), name)
+    found = [k.zel_Name___repr__(name)] if status == k.ZEL_OK else []
+    assert status in (k.ZEL_OK, k.ZEL_NOT_FOUND)
+    k.delete_zel_Name(name)
+    return found
+
+
 def test_the_tables_here_are_complete() -> None:
     assert {*TROUBLES, "lacp", "beacon"} == set(CRITERIA)
     published = {name for name in dir(k) if name.startswith("TEAM_FRP_TYPE_")}
@@ -134,6 +144,8 @@ def test_frames_leave_by_the_uplink_that_the_policy_says(
     for (port, number), home in homes.items():
         found = carriers(port, frame_of(port, number))
         assert len(home) == 1
+        if balance not in ("source-mac", "ip-hash"):
+            assert hint(port) == [f"nic-{name}" for name in found]
         if balance == "none":
             assert home == [active[0]]
             assert found == [name for name in active[:1] if name not in troubled]
@@ -157,6 +169,22 @@ def test_hashes_look_at_what_they_are_named_after(balance: str) -> None:
     for number in range(64):
         by_source |= set(carriers("p0", lab.ethernet(OUTSIDE, f"02:00:00:00:01:{number:02x}")))
     assert by_source == set(UPLINKS), "frames without IP go by their Ethernet addresses"
+
+
+def test_by_load_a_port_leaves_the_uplink_that_it_overloads() -> None:
+    build('balance = "load"\nactive = ["u0", "u1"]', uplinks=("u0", "u1"))
+    for name in ("u0", "u1"):
+        lab.change_nic(f"nic-{name}", speed=1)
+    home = {port: carriers(port, frame_of(port), ("u0", "u1"))[0] for port in PORTS}
+    first, second, *_ = [port for port in PORTS if home[port] == home["p0"]]
+    # Together more than three quarters of what a link of 1 Mbit/s carries in 30 seconds, and each of them less.
+    for port, share in ((first, 0.5), (second, 0.4)):
+        for _ in range(int(share * 30e6 / 8 / 1500)):
+            lab.send(SWITCH, port, lab.ethernet(OUTSIDE, mac(port), payload=bytes(1486)))
+    assert carriers(first, frame_of(first), ("u0", "u1")) == [home[first]], "not before the window is over"
+    lab.clock.advance(31)
+    moved = {port: carriers(port, frame_of(port), ("u0", "u1"))[0] for port in PORTS}
+    assert {port for port in PORTS if moved[port] != home[port]} == {first}, "the busiest, and it alone"
 
 
 def test_a_policy_looks_at_all_its_criteria_and_at_no_other() -> None:
