@@ -11,7 +11,7 @@ from typing import Any
 
 import _libkestrel as k
 import pytest
-from hypothesis import HealthCheck, given, settings
+from hypothesis import HealthCheck, example, given, settings
 from hypothesis import strategies as st
 
 from libkestrel import lab
@@ -119,6 +119,10 @@ def expected_carrier(home: str, active: list[str], standby: list[str], troubled:
     return ({*active} - troubled) | {*spare[: len(failed)]}
 
 
+# Two that fail, and one standby uplink for each.
+@example("source-port", "link-state", [*UPLINKS], 2, 2, {"u0", "u1"})
+@example("source-mac", "link-state", [*UPLINKS], 2, 2, {"u0", "u1"})
+@example("ip-hash", "link-state", [*UPLINKS], 2, 2, {"u0", "u1"})
 @settings(max_examples=120, deadline=None, suppress_health_check=[HealthCheck.function_scoped_fixture])
 @given(
     balance=st.sampled_from(sorted(BALANCES)),
