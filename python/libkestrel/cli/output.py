@@ -39,12 +39,23 @@ def write(shape: Shape, data: Any, *, as_json: bool, headings: bool) -> None:
     if as_json:
         write_json(shape.kind, data)
     elif shape.many:
-        cells = [[shown(row[field.name]) for field in shape.columns] for row in data]
-        titles = [field.title for field in shape.columns] if headings else []
-        right = [_is_number(field.type) for field in shape.columns]
-        write_table(titles, cells, right)
+        write_table(*_table(shape, data, headings=headings))
     else:
         write_table([], [[field.title.lower(), shown(data[field.name])] for field in shape.columns], [False, False])
+
+
+def _table(shape: Shape, data: Any, *, headings: bool) -> tuple[list[str], list[list[str]], list[bool]]:
+    """Headings, cells, and which columns stand at the right."""
+    cells = [[shown(row[field.name]) for field in shape.columns] for row in data]
+    titles = [field.title for field in shape.columns] if headings else []
+    return titles, cells, [_is_number(field.type) for field in shape.columns]
+
+
+def rendered(shape: Shape, data: Any, *, headings: bool) -> Any:
+    """Rows as a table that a terminal can show in place."""
+    from rich.text import Text
+
+    return rich_table(*_table(shape, data, headings=headings), Text)
 
 
 def _is_number(kind: dict[str, Any]) -> bool:

@@ -56,5 +56,5 @@ def load(session: Session, name: str) -> Scenario:
     path = path_of(name)
     read(name)  # what is wrong with it is told before a host file is made
     session.new_host()
-    with progress.shown(f"loading {path.name}"), session.all_or_nothing():
-        return load_scenario(path)
+    with progress.shown(f"loading {path.name}"):
+        return load_scenario(path)  # a transaction of its own

@@ -31,3 +31,14 @@ def remove_lag(switch: Switch, name: str) -> Change:
 
     lab.require()
     return Change(switch.place, f"remove group {name}", PRESENT, ABSENT, lambda: lab.remove_lag(switch.name, name))
+
+
+def plug(nic: str) -> Change:
+    """Plugs a NIC in."""
+    from libkestrel import lab
+    from libkestrel.host import ABSENT, PRESENT, Change
+
+    def make() -> None:
+        lab.plug(nic)
+
+    return Change("host", f"plug NIC {nic}", ABSENT, PRESENT, make)
