@@ -26,7 +26,7 @@ READING = {
     "uplink list": "dvs-office  uplink2  1     vmnic1  up    -     -\n",
     "uplink show dvs-office vmnic0": "is active  yes\n",
     "lag list": "SWITCH  NAME  ID  STATE  NICS  LINKS UP\n",
-    "mac list": "02:4b:20:00:00:02  201   static",
+    "mac list": "02:4b:20:00:00:02  201         static",
     "mac list dvs-office router": "02:4b:00:00:00:01  router  static",
     "mac list --vlan 30 --kind static": "302",
     "mac show 02:4b:20:00:00:01": "dvs-office    20  02:4b:20:00:00:01  200",

@@ -112,7 +112,7 @@ def test_the_platforms_statuses_have_their_exit_codes(here: InProcess, status: i
 def test_a_platform_that_dies_is_told_too(here: InProcess) -> None:
     with lab.fault("VSDVS_SetMTU", raises=MemoryError("no more")):
         answer = here("switch", "set", "dvs-office", "--mtu", "9000")
-    assert (answer.code, answer.err) == (exits.FAILED, "kestrel: no more\n")
+    assert (answer.code, answer.err) == (exits.FAILED, "kestrel: MemoryError: step 1: switch dvs-office: set MTU: no more\n")
 
 
 def test_the_codes_are_told_by_the_help_and_the_page(here: InProcess) -> None:
@@ -199,8 +199,8 @@ def test_a_kill_in_the_middle_leaves_nothing_half_done(office: Process, tmp_path
 
 
 def test_watching_ends_with_an_interruption(office: Process) -> None:
-    running = office.start("watch", "--interval", "5", "--json")
-    assert running.stdout is not None
-    assert running.stdout.readline().startswith('{"schema_version": 1, "kind": "counters"')
-    os.kill(running.pid, signal.SIGINT)
-    assert running.wait(timeout=20) == 0
+    with office.start("watch", "--interval", "5", "--json") as running:
+        assert running.stdout is not None
+        assert running.stdout.readline().startswith('{"schema_version": 1, "kind": "counters"')
+        os.kill(running.pid, signal.SIGINT)
+        assert running.wait(timeout=20) == 0

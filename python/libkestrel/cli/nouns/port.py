@@ -56,7 +56,6 @@ SETTINGS = {
     "alias": "alias",
     "security": "security",
     "learning": "mac_learning",
-    "sink": "sink",
     "filter": "ethernet_filter",
     "teaming": "teaming",
     "uplink": "teaming_override",
