@@ -81,11 +81,11 @@ CHANGING = {
     "vlan set dvs-office 100 20": "port 100 of switch dvs-office: set VLAN policy: 10 -> 20",
     "vlan set dvs-office 100 --trunk 5,7-9 --set-priority": "10 -> trunk 5,7-9 with priority",
     "vlan clear dvs-office 100": "10 -> default",
-    "pvlan create dvs-office 100 101 isolated": "primary 100, secondary 100, kind promiscuous; primary 100, secondary 101",
+    "pvlan create dvs-office 100 101 isolated": "kind promiscuous; primary 100, secondary 101, kind isolated",
     "team set dvs-office --balance source-mac --active uplink1,uplink2 --standby ''": (
         "source-mac; active uplink1, uplink2; criteria"
     ),
-    "team set dvs-office 100 --criteria link-state,errors --error-percent 5 --flags notify": "criteria link-state, errors",
+    "team set dvs-office 100 --criteria link-state,errors --error-percent 5 --flags notify": "link-state, errors",
     "team create dvs-office spare --active uplink2": "set named teaming policies",
     "mirror create dvs-office 200 m1 --to 201 --in port:100 --out vlan:10": "m1 to port:201 in port:100 out vlan:10",
     "mcast set dvs-office snooping": "legacy -> snooping",

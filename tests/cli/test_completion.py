@@ -16,7 +16,7 @@ def completions(kestrel: Process, line: str) -> list[str]:
     """What bash is told for a line whose last word is being typed."""
     words = line.split(" ")
     answer = kestrel(_KESTREL_COMPLETE="bash_complete", COMP_WORDS=line, COMP_CWORD=str(len(words) - 1))
-    return [each.split(",", 1)[1] for each in answer.out.splitlines()]
+    return [each.split(",", 1)[1] for each in answer.out.splitlines() if each]
 
 
 @pytest.mark.parametrize(

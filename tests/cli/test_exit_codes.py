@@ -112,7 +112,10 @@ def test_the_platforms_statuses_have_their_exit_codes(here: InProcess, status: i
 def test_a_platform_that_dies_is_told_too(here: InProcess) -> None:
     with lab.fault("VSDVS_SetMTU", raises=MemoryError("no more")):
         answer = here("switch", "set", "dvs-office", "--mtu", "9000")
-    assert (answer.code, answer.err) == (exits.FAILED, "kestrel: MemoryError: step 1: switch dvs-office: set MTU: no more\n")
+    assert (answer.code, answer.err) == (
+        exits.FAILED,
+        "kestrel: MemoryError: step 1: switch dvs-office: set MTU: no more\n",
+    )
 
 
 def test_the_codes_are_told_by_the_help_and_the_page(here: InProcess) -> None:
@@ -125,7 +128,13 @@ def test_the_codes_are_told_by_the_help_and_the_page(here: InProcess) -> None:
 
 
 def test_a_pipe_that_is_closed_early_is_no_error_of_ours(office: Process) -> None:
-    for command in ("status list", "option list", "port list dvs-office", "switch list --json", "watch --interval 0.05"):
+    for command in (
+        "status list",
+        "option list",
+        "port list dvs-office",
+        "switch list --json",
+        "watch --interval 0.05",
+    ):
         line = f"{' '.join(COMMAND)} {command} | head -1"
         done = subprocess.run(
             ["bash", "-c", f'{line}; echo "${{PIPESTATUS[0]}}"'],

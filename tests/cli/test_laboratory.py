@@ -14,7 +14,9 @@ from support.prompt import InProcess, Process
 
 
 def test_links_and_cables(here: InProcess) -> None:
-    assert here("lab", "link", "vmnic0", "--down", "--speed", "100", "--lacp", "none", "--json").data[0]["link"] == "down"
+    assert (
+        here("lab", "link", "vmnic0", "--down", "--speed", "100", "--lacp", "none", "--json").data[0]["link"] == "down"
+    )
     assert "dvs-office  uplink1  0     vmnic0  down" in here("uplink", "list").out
     nic = lab.nic("vmnic0")
     assert (nic.up, nic.speed, nic.partner.mode) == (False, 100, "none")

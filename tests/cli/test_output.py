@@ -1,4 +1,4 @@
-"""What is written: plain for pipes, with colours on terminals, and the quick answer that is the same as the slow one."""
+"""What is written: plain for pipes, with colours on terminals; and the quick answer, which is as the slow one."""
 
 from __future__ import annotations
 
@@ -19,7 +19,7 @@ def on_terminal(kestrel: Process, *arguments: str, typed: str = "", **environmen
     """Runs a command on a terminal of its own: its exit code, and what appeared there."""
     leader, follower = pty.openpty()
     os.set_blocking(leader, True)
-    details = {"COLUMNS": "100", "LINES": "40"} | environment
+    details = {"COLUMNS": "140", "LINES": "40"} | environment
     with subprocess.Popen(
         [*COMMAND, *arguments], stdin=follower, stdout=follower, stderr=follower, env=kestrel.environment(**details)
     ) as running:
