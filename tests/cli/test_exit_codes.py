@@ -76,6 +76,14 @@ def test_an_error_is_one_sentence_on_standard_error(here: InProcess, line: str) 
     assert ending[1] in answer.err
 
 
+def test_a_command_without_its_verb_is_told_the_verbs(kestrel: Process) -> None:
+    for words in ([], ["switch"]):
+        answer = kestrel(*words)
+        assert (answer.code, answer.out) == (2, "")
+        assert answer.err.startswith("Usage: kestrel")
+        assert "Commands:" in answer.err
+
+
 @pytest.mark.parametrize("json_flag", [[], ["--json"]])
 def test_errors_are_the_same_in_json(here: InProcess, json_flag: list[str]) -> None:
     answer = here(*json_flag, "switch", "show", "nothing")

@@ -62,12 +62,19 @@ def test_a_failover_is_captured(here: InProcess) -> None:
     assert here("lab", "clock", "--json").data["now"] == pytest.approx(1.001)
 
 
-def test_frames_are_sent_all_or_none(here: InProcess) -> None:
+def test_frames_are_sent_all_or_none(here: InProcess, monkeypatch: pytest.MonkeyPatch) -> None:
     before = here("watch", "--count", "1", "--json").data
-    with lab.fault("VSZEL_GetVSInfo", status=1):
-        pass
-    assert here("lab", "send", "dvs-office", "100", "--frame", "00ff").code == 4
+    real, sent = lab.send, []
+
+    def failing(switch: str, port: str, frame: bytes) -> None:
+        sent.append(frame)
+        real(switch, port, frame if len(sent) < 3 else b"")
+
+    monkeypatch.setattr(lab, "send", failing)
+    assert here("lab", "send", "dvs-office", "100", "--count", "5", "--every", "1").code == 4
+    assert len(sent) == 3
     assert here("watch", "--count", "1", "--json").data == before
+    assert here("lab", "clock", "--json").data["now"] == 0.001
 
 
 def test_counters_tell_what_is_new(office: Process) -> None:

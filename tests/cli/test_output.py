@@ -2,16 +2,18 @@
 
 from __future__ import annotations
 
+import io
 import json
 import os
 import pty
 import subprocess
 import sys
+import time
 from pathlib import Path
 
 import pytest
 
-from libkestrel.cli import output, places
+from libkestrel.cli import output, places, progress
 from support.prompt import COMMAND, InProcess, Process
 
 
@@ -199,8 +201,32 @@ def test_a_scenario_that_is_wrong_makes_no_host(kestrel: Process, tmp_path: Path
 
 
 def test_what_takes_long_is_told_on_a_terminal_only(office: Process) -> None:
-    long = ("lab", "send", "dvs-office", "100", "--count", "400000")
+    long = ("lab", "send", "dvs-office", "100", "--count", "100000")
     assert office(*long).err == ""
     code, seen = on_terminal(office, *long)
     assert code == 0
-    assert "sending 400000 frames: " in seen or "400000 frames sent" in seen
+    assert "100000 frames sent" in seen
+
+
+class Terminal(io.StringIO):
+    def isatty(self) -> bool:
+        return True
+
+
+def test_progress_is_a_line_that_goes_away_again(monkeypatch: pytest.MonkeyPatch) -> None:
+    terminal = Terminal()
+    monkeypatch.setattr(sys, "stderr", terminal)
+    monkeypatch.setattr(progress, "_PATIENCE", 0.01)
+    with progress.shown("counting"):
+        while "counting: 0 s" not in terminal.getvalue():
+            time.sleep(0.01)
+    assert terminal.getvalue().endswith("\r\x1b[K")
+    terminal.truncate(0)
+    with progress.shown("at once"):
+        pass
+    assert terminal.getvalue() == ""
+    pipe = io.StringIO()
+    monkeypatch.setattr(sys, "stderr", pipe)
+    with progress.shown("counting"):
+        time.sleep(0.05)
+    assert pipe.getvalue() == ""

@@ -105,6 +105,9 @@ def _invoke(arguments: list[str]) -> int:
             return result if isinstance(result, int) else exits.SUCCESS
     except click.exceptions.Exit as ended:
         return ended.exit_code
+    except click.exceptions.NoArgsIsHelpError as error:
+        click.echo(error.format_message(), err=True)
+        return exits.USAGE
     except click.UsageError as error:
         where = f" (see {error.ctx.command_path} --help)" if error.ctx else ""
         click.echo(f"kestrel: {error.format_message().rstrip('.')}{where}", err=True)

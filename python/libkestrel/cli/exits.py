@@ -40,6 +40,14 @@ def code_of_status(status: int) -> int:
     return REFUSED
 
 
+def _hint(status: int) -> str:
+    """What helps further where a file is not what it should be."""
+    import _libkestrel as flat
+
+    of_files = (flat.ZEL_INVALID_METADATA, flat.ZEL_INVALID_TARGET, flat.ZEL_CHECKSUM_MISMATCH)
+    return "; `kestrel state verify` tells more about a file" if status in of_files else ""
+
+
 def ending(error: Exception) -> tuple[int, str]:
     """The exit code and the sentence for an error."""
     from libkestrel._kestrel_error import KestrelError
@@ -51,7 +59,7 @@ def ending(error: Exception) -> tuple[int, str]:
     if isinstance(error, CommandError):
         return error.code, str(error)
     if isinstance(cause, (KestrelError, LabError)):
-        return code_of_status(cause.status), str(cause)
+        return code_of_status(cause.status), f"{cause}{_hint(cause.status)}"
     if isinstance(error, ScenarioError):
         refused = isinstance(error.__cause__, Exception) and not isinstance(error.__cause__, OSError)
         return REFUSED if refused else USAGE, str(error)
