@@ -95,6 +95,8 @@ def look(switches, ports, keys):
 SWITCHES, PORTS, UPLINKS = ("s0", "s1"), ("p0", "p1", "p2"), ("u0", "u1")
 KEYS = ("com.example.one", "com.example.two")
 LIMIT = 4
+MOST_BEGINNINGS = 3
+"""Interpreters take their time to begin."""
 PLACES = st.sampled_from((None, *PORTS))
 RUNTIME = st.sampled_from((0, 1))
 
@@ -164,6 +166,7 @@ class HostFiles(RuleBasedStateMachine):
     def begin(self) -> None:
         self.switches: dict[str, Switch] = {}
         self.turn = 0
+        self.beginnings = 0
         self.numbers: dict[tuple[str, str], int] = {}
         self.used: set[int] = set()
         assert self.interpreters[0].ask("lab.reset()") is None
@@ -334,14 +337,16 @@ class HostFiles(RuleBasedStateMachine):
         for switch in self.switches.values():
             switch.settings.in_use = dict(switch.settings.saved)
 
-    @precondition(lambda self: bool(self.switches))
+    @precondition(lambda self: self.beginnings < MOST_BEGINNINGS)
     @rule(which=st.integers(0, 1), killed=st.booleans())
     def begin_anew(self, which: int, killed: bool) -> None:
+        self.beginnings += 1
         self.interpreters[which].begin_anew(killed=killed)
 
-    @precondition(lambda self: bool(self.switches))
+    @precondition(lambda self: self.beginnings < MOST_BEGINNINGS)
     @rule(killed=st.booleans())
     def begin_both_anew(self, killed: bool) -> None:
+        self.beginnings += 1
         for interpreter in self.interpreters:
             interpreter.end(killed=killed)
         for interpreter in self.interpreters:
@@ -387,6 +392,6 @@ def test_a_host_file_is_what_the_model_says() -> None:
     run_state_machine_as_test(
         HostFiles,
         settings=settings(
-            max_examples=30, stateful_step_count=40, deadline=None, suppress_health_check=list(HealthCheck)
+            max_examples=25, stateful_step_count=40, deadline=None, suppress_health_check=list(HealthCheck)
         ),
     )
