@@ -180,7 +180,8 @@ class Session:
             self.show(CHANGES, CHANGES.row(bool(changes), self.check, rows))
         else:
             for change in changes if show_each else ():
-                click.echo(f"{change.object}: {change.operation}: {said(change.before)} -> {said_after(change)}")
+                line = f"{change.object}: {change.operation}: {said(change.before)} -> {said_after(change)}"
+                click.echo(output.one_line(line))
             if not changes:
                 click.echo("nothing to change")
             elif self.check or not show_each:
