@@ -76,7 +76,7 @@ class Session:
     def new_host(self) -> Host:
         """The host, made where there is none yet; for commands that put something in its place anyway."""
         if self._is_embedded():
-            self.path.parent.mkdir(parents=True, exist_ok=True)
+            self.path.parent.mkdir(mode=0o700, parents=True, exist_ok=True)
         self._host = self._open()
         return self._host
 
