@@ -108,7 +108,7 @@ def _set_options(options: dict[str, int | str]) -> int:
                 entry = k.VSRuntimeOptions_add_int_option(packed, entry, name, code, value)
         assert first is not None
         assert entry is not None
-        k.VSRuntimeOptions_set_options_length(packed, int(entry) - int(first))
+        k.VSRuntimeOptions_set_options_length(packed, _address(entry) - _address(first))
         return int(k.VSZEL_SetRuntimeOptions(packed))
 
 
