@@ -26,9 +26,10 @@ demo: $(VENV)/installed
 	$(PYTHON) examples/first_script.py
 	$(PYTHON) examples/configure_switch.py
 	$(PYTHON) examples/datacentre.py
+	tools/command_demo build/demo $(VENV)/bin/kestrel
 
 ## test: everything that has to hold before a change lands
-test: lint tidy test-native test-module test-host test-package cross
+test: lint tidy test-native test-module test-host test-package test-cli cross
 
 ## test-native: C++ tests of the embedded host
 test-native: build
@@ -45,6 +46,10 @@ test-host: $(VENV)/installed
 ## test-package: the wheel: what is in it, and that it works where it is installed
 test-package: $(VENV)/lint $(VENV)/installed
 	$(PYTHON) -m pytest tests/package
+
+## test-cli: the command line, as it is installed
+test-cli: $(VENV)/installed
+	$(PYTHON) -m pytest tests/cli
 
 ## test-asan: the boundary under AddressSanitizer, UndefinedBehaviorSanitizer and LeakSanitizer
 test-asan: $(VENV)/test
@@ -81,17 +86,23 @@ test-aarch64: cross
 bench: $(VENV)/bench $(VENV)/installed
 	$(PYTHON) benchmarks/boundary.py
 	$(PYTHON) benchmarks/records.py
+	$(PYTHON) benchmarks/command_line.py
 	cmake --preset bench >build/configure-bench.log || { cat build/configure-bench.log; exit 1; }
 	cmake --build --preset bench
 	build/bench/benchmarks/host/host_benchmark
 	build/bench/benchmarks/host/host_file_benchmark build
 
-## reference: write anew what is derived and kept: the reference pages, the page of scenarios, Python's declarations
+## reference: write anew what is derived and kept: the reference pages, scenarios, commands, Python's declarations
 reference: $(VENV)/test
 	PYTHONPATH=tools $(PYTHON) -m headers.reference docs/reference
 	PYTHONPATH=tools $(PYTHON) -m headers.laboratory
 	$(PYTHON) -m pip install --quiet --no-deps .
 	$(PYTHON) tools/scenario_page.py docs/scenarios.md
+	PYTHONPATH=tools $(PYTHON) -m commands.pages .
+
+## man: the man pages of the command line, into build/man
+man: $(VENV)/installed
+	PYTHONPATH=tools $(PYTHON) -m commands.man_pages build/man
 
 ## stubs: write the type stubs anew from the headers
 stubs: $(VENV)/test
@@ -128,4 +139,4 @@ $(VENV)/installed: $(VENV)/demo $(SOURCES)
 	$(PYTHON) -m pip install --quiet --no-deps .
 	touch $@
 
-.PHONY: help demo fuzz test test-native test-module test-asan test-host test-package test-aarch64 build cross bench reference stubs lint tidy format clean
+.PHONY: help demo fuzz test test-native test-module test-asan test-host test-package test-cli test-aarch64 build cross bench reference man stubs lint tidy format clean

@@ -46,7 +46,9 @@ options = _names(lambda host, _ctx: host.options)
 named_teams = _names(lambda host, ctx: [team.name for team in host.switch(_of_switch(ctx)).named_teaming])
 
 
-def _scenarios(_ctx: click.Context, _param: click.Parameter, incomplete: str) -> list[click.shell_completion.CompletionItem]:
+def _scenarios(
+    _ctx: click.Context, _param: click.Parameter, incomplete: str
+) -> list[click.shell_completion.CompletionItem]:
     from click.shell_completion import CompletionItem
 
     from libkestrel.cli import scenarios as known

@@ -38,7 +38,9 @@ def sample(switches: list[Switch], ports: Mapping[str, list[str]]) -> dict[Key, 
         clients = clients_of(switch.name)
         for name in ports.get(switch.name) or switch.ports:
             client = clients.get(name)
-            found[switch.name, name] = Sample(client.name if client else None, links.get(name), *_numbers(switch.port(name)))
+            found[switch.name, name] = Sample(
+                client.name if client else None, links.get(name), *_numbers(switch.port(name))
+            )
     return found
 
 

@@ -28,10 +28,14 @@ def read(path: Path) -> tuple[scenario.Scenario, Mapping[str, Any]]:
 
     wanted = read_scenario(path)
     written = tomllib.loads(path.read_text(encoding="utf-8"))
-    foreign = [key for key in ("nic", "traffic") if key in written]
+    foreign: list[str] = [key for key in ("nic", "traffic") if key in written]
     for number, switch in enumerate(written.get("switch", ())):
-        foreign += [f"switch[{number}].uplink[{i}].nic" for i, each in enumerate(switch.get("uplink", ())) if "nic" in each]
-        foreign += [f"switch[{number}].port[{i}].client" for i, each in enumerate(switch.get("port", ())) if "client" in each]
+        foreign += [
+            f"switch[{number}].uplink[{i}].nic" for i, each in enumerate(switch.get("uplink", ())) if "nic" in each
+        ]
+        foreign += [
+            f"switch[{number}].port[{i}].client" for i, each in enumerate(switch.get("port", ())) if "client" in each
+        ]
     if foreign:
         raise CommandError(
             f"{path}: {foreign[0]} is the laboratory's to arrange (`kestrel lab run`), and no state to keep to", USAGE

@@ -158,7 +158,7 @@ class Session:
 
     def tell(self, changes: list[Any], *, show_each: bool = True) -> int:
         """Writes what has changed, or with --check what would; the exit code."""
-        from libkestrel.cli.values import said
+        from libkestrel.cli.values import said, said_after
 
         if self.json:
             rows = [
@@ -166,14 +166,14 @@ class Session:
                     "object": change.object,
                     "operation": change.operation,
                     "before": said(change.before),
-                    "after": said(change.after),
+                    "after": said_after(change),
                 }
                 for change in changes
             ]
             self.show(CHANGES, CHANGES.row(bool(changes), self.check, rows))
         else:
             for change in changes if show_each else ():
-                click.echo(f"{change.object}: {change.operation}: {said(change.before)} -> {said(change.after)}")
+                click.echo(f"{change.object}: {change.operation}: {said(change.before)} -> {said_after(change)}")
             if not changes:
                 click.echo("nothing to change")
             elif self.check or not show_each:

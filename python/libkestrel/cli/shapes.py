@@ -1,4 +1,4 @@
-"""What answers consist of: each command's kind of answer is declared once, and its table and its JSON follow from it."""
+"""What answers consist of: a command's kind of answer is declared once; its table and its JSON follow from that."""
 
 from __future__ import annotations
 
@@ -37,7 +37,6 @@ def record(fields: Iterable[Field]) -> Type:
         "type": "object",
         "properties": {member.name: {"description": member.meaning, **member.type} for member in members},
         "required": [member.name for member in members],
-        "additionalProperties": False,
     }
 
 
@@ -107,7 +106,6 @@ def json_schema() -> dict[str, Any]:
                     "data": several(row) if shape.many else row,
                 },
                 "required": ["schema_version", "kind", "data"],
-                "additionalProperties": False,
             }
         )
     return {

@@ -11,7 +11,7 @@ from typing import TYPE_CHECKING, Any
 import click
 
 if TYPE_CHECKING:
-    from libkestrel.host import TeamingPolicy, VlanPolicy
+    from libkestrel.host import Change, MirrorEntity, MirrorSession, TeamingPolicy, VlanPolicy
 
 
 # ---- For people ----
@@ -19,7 +19,7 @@ if TYPE_CHECKING:
 
 def said(value: Any) -> str:
     """A value in a sentence such as "MTU: 1500 -> 9000"."""
-    from libkestrel.host import AccessVlan, PrivateVlan, SecurityPolicy, TeamingPolicy, TrunkVlan
+    from libkestrel.host import AccessVlan, MirrorSession, PrivateVlan, SecurityPolicy, TeamingPolicy, TrunkVlan
 
     if isinstance(value, bool):
         return "yes" if value else "no"
@@ -32,6 +32,8 @@ def said(value: Any) -> str:
         return f"{', '.join(allowed)} allowed" if allowed else "nothing allowed"
     if isinstance(value, (bytes, bytearray)):
         return bytes_text(bytes(value))
+    if isinstance(value, MirrorSession):
+        return mirror_text(value)
     if isinstance(value, Enum):
         return word_of(value)
     if isinstance(value, Mapping):
@@ -44,6 +46,13 @@ def said(value: Any) -> str:
             f"{field.name.replace('_', ' ')} {said(member)}" for field, member in members if member != field.default
         )
     return str(value)
+
+
+def said_after(change: Change) -> str:
+    """What a change leaves behind; clearing leaves the default."""
+    from libkestrel.host import ABSENT
+
+    return "default" if change.after is ABSENT and change.operation.startswith("clear ") else said(change.after)
 
 
 def word_of(value: Enum) -> str:
@@ -90,7 +99,7 @@ def ranges_text(ranges: tuple[tuple[int, int], ...]) -> str:
     return ",".join(str(low) if low == high else f"{low}-{high}" for low, high in ranges)
 
 
-class Ranges(click.ParamType):
+class Ranges(click.ParamType[Any]):
     """Ranges of VLANs, written as "5,10-19"."""
 
     name = "ranges"
@@ -106,7 +115,7 @@ class Ranges(click.ParamType):
             self.fail(f"{value!r} is no list of VLANs and ranges, such as 5,10-19", param, ctx)
 
 
-class Address(click.ParamType):
+class Address(click.ParamType[Any]):
     """An Ethernet address."""
 
     name = "mac"
@@ -121,7 +130,7 @@ class Address(click.ParamType):
             self.fail(f"{value!r} is no Ethernet address, such as 02:00:00:00:00:01", param, ctx)
 
 
-class Hexadecimal(click.ParamType):
+class Hexadecimal(click.ParamType[Any]):
     """Bytes in hexadecimal digits."""
 
     name = "hex"
@@ -162,7 +171,7 @@ def bits(table: str, value: int) -> list[str]:
     return [name for name, number in words(table).items() if value & number]
 
 
-class Word(click.ParamType):
+class Word(click.ParamType[Any]):
     """One of the words of scenarios for a value, or several with commas between them."""
 
     def __init__(self, table: str, *, several: bool = False) -> None:
@@ -185,7 +194,10 @@ class Word(click.ParamType):
         return sum({known[each] for each in given})
 
     def shell_complete(
-        self, ctx: click.Context, param: click.Parameter, incomplete: str  # noqa: ARG002
+        self,
+        ctx: click.Context,  # noqa: ARG002
+        param: click.Parameter,  # noqa: ARG002
+        incomplete: str,
     ) -> list[click.shell_completion.CompletionItem]:
         """The words."""
         from click.shell_completion import CompletionItem
@@ -214,3 +226,21 @@ def security_words(policy: Any) -> dict[str, bool]:
         "mac-changes": policy.mac_changes,
         "forged": policy.forged_transmits,
     }
+
+
+def mirror_text(mirror: MirrorSession) -> str:
+    """A mirror session in a sentence."""
+    parts = [mirror.id]
+    for title, entities in (
+        ("to", mirror.destinations),
+        ("in", mirror.sources_in),
+        ("out", mirror.sources_out),
+    ):
+        parts += [f"{title} {', '.join(entity_text(entity) for entity in entities)}"] if entities else []
+    return " ".join(parts)
+
+
+def entity_text(entity: MirrorEntity) -> str:
+    """A source or destination as the command line takes it: "port:11"."""
+    kind = str(entity.kind.name).removeprefix("MIRROR_ENTTYPE_").lower()
+    return f"{ {'dvport': 'port', 'port': 'number'}.get(kind, kind) }:{entity.value}"

@@ -24,6 +24,4 @@ def command(session: Session, file: Path, diff: bool, prune: bool) -> int:
     from libkestrel.cli import desired
 
     wanted, written = desired.read(file)
-    return session.change(
-        lambda plan: desired.collect(plan, wanted, written, prune=prune), show_each=diff
-    )
+    return session.change(lambda plan: desired.collect(plan, wanted, written, prune=prune), show_each=diff)

@@ -153,9 +153,7 @@ def clock(session: Session, advance: float | None) -> None:
 def _nic_row(nic: Nic) -> dict[str, Any]:
     link = "up" if nic.up else "down"
     mode = nic.partner.mode
-    return NICS.row(
-        nic.name, link, nic.enabled, nic.speed, nic.duplex, nic.mac or "", mode, nic.blocked, nic.numa_node
-    )
+    return NICS.row(nic.name, link, nic.enabled, nic.speed, nic.duplex, nic.mac or "", mode, nic.blocked, nic.numa_node)
 
 
 @command.command()
@@ -209,7 +207,7 @@ def pull(session: Session, nic: str) -> None:
 @click.option("--driver/--no-driver", default=None, help="Whether its driver is there.")
 @click.option("--lacp", type=click.Choice(["none", "passive", "active"]), help="How the far end speaks LACP.")
 @pass_session
-def link(session: Session, nic: str, lacp: str | None, **given: Any) -> None:
+def link(session: Session, /, nic: str, lacp: str | None, **given: Any) -> None:
     """Change a NIC's link, or the far end of it."""
     from dataclasses import replace
 
@@ -237,9 +235,7 @@ def clients(session: Session, switch: str) -> None:
     from libkestrel import lab
 
     name = session.host().switch(switch).name
-    session.show(
-        CLIENTS, [CLIENTS.row(name, c.port, c.kind, c.name, c.mac, c.used_mac) for c in lab.clients(name)]
-    )
+    session.show(CLIENTS, [CLIENTS.row(name, c.port, c.kind, c.name, c.mac, c.used_mac) for c in lab.clients(name)])
 
 
 @command.command(cls=Action)
@@ -335,7 +331,7 @@ def capture(
     \b
         kestrel lab capture dvs-office router -- send dvs-office 100
         kestrel lab capture dvs-office 1 --write failover.pcap -- clock --advance 5
-    """
+    """  # noqa: D301  # click takes a paragraph that begins with a backspace as it stands
     from libkestrel import lab
 
     session = ctx.ensure_object(Session)

@@ -35,9 +35,7 @@ def command() -> None:
 def rows(switch: Switch) -> list[dict[str, Any]]:
     """The groups of a switch."""
     return [
-        LAGS.row(
-            switch.name, lag.name, lag.id, "up" if lag.up else "down", list(lag.uplinks), list(lag.uplinks_up)
-        )
+        LAGS.row(switch.name, lag.name, lag.id, "up" if lag.up else "down", list(lag.uplinks), list(lag.uplinks_up))
         for lag in switch.lags
     ]
 

@@ -116,7 +116,7 @@ def delete(session: Session, switch: str, port: str, address: MacAddress, vlan: 
 @click.option("--learn-static/--no-learn-static", default=None, help="Learn clients' own addresses on uplinks too.")
 @click.option("--static-mac-allow/--no-static-mac-allow", default=None, help="Let ports learn others' own addresses.")
 @pass_session
-def set_(session: Session, **wanted: Any) -> int:
+def set_(session: Session, /, **wanted: Any) -> int:
     """Set the host's defaults of learning. A switch's own are set with `kestrel switch set`."""
     names = dict(zip(LEARNING_OPTIONS, ("aging_time", "limit", "learn_static", "static_mac_allow"), strict=True))
     changes = {names[name]: value for name, value in wanted.items() if value is not None}

@@ -85,9 +85,7 @@ def set_(session: Session, switch: str, mode: str) -> int:
     return session.change(lambda plan: plan.switch(switch).ensure_multicast_mode(MulticastMode[mode.upper()]))
 
 
-def _edited(
-    switch: str, port: str | None, edit: Callable[[tuple[MacAddress, ...]], Any]
-) -> Callable[[Plan], None]:
+def _edited(switch: str, port: str | None, edit: Callable[[tuple[MacAddress, ...]], Any]) -> Callable[[Plan], None]:
     """Changes the addresses of a switch, or of a port."""
 
     def collect(plan: Plan) -> None:

@@ -11,10 +11,10 @@ from libkestrel.cli.commands import Change, noun, port_argument, switch_argument
 from libkestrel.cli.exits import NOT_FOUND, CommandError
 from libkestrel.cli.session import Session, pass_session
 from libkestrel.cli.shapes import NUMBER, TEXT, Field, optional, several, sheet, table
-from libkestrel.cli.values import Word, bits, word
+from libkestrel.cli.values import Word, bits, entity_text, word
 
 if TYPE_CHECKING:
-    from libkestrel.host import MirrorEntity, MirrorSession, Plan, Switch
+    from libkestrel.host import MirrorSession, Plan, Switch
 
 _FIELDS = (
     Field("switch", TEXT, "The switch."),
@@ -45,12 +45,7 @@ def command() -> None:
     """Mirror sessions: copies of frames for those who watch."""
 
 
-def _entity_text(entity: MirrorEntity) -> str:
-    kind = str(entity.kind.name).removeprefix("MIRROR_ENTTYPE_").lower()
-    return f"{ {'dvport': 'port', 'port': 'number'}.get(kind, kind) }:{entity.value}"
-
-
-class Entity(click.ParamType):
+class Entity(click.ParamType[Any]):
     """A source or destination: "port:11", or a port's id alone."""
 
     name = "entity"
@@ -78,7 +73,7 @@ def sessions(switch: Switch) -> list[tuple[str, MirrorSession]]:
 
 def _row(switch: Switch, port: str, mirror: MirrorSession) -> dict[str, Any]:
     ends = (mirror.destinations, mirror.sources_in, mirror.sources_out)
-    texts = [[_entity_text(entity) for entity in entities] for entities in ends]
+    texts = [[entity_text(entity) for entity in entities] for entities in ends]
     return MIRRORS.row(switch.name, mirror.id, port, word("MIRROR_KINDS", mirror.type), *texts)
 
 

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+from collections.abc import Callable
 from typing import TYPE_CHECKING, Any
 
 import click
@@ -188,7 +189,7 @@ def create(session: Session, switch: str, ports: tuple[str, ...], vlan: int | No
 @click.option("--follow", shell_complete=completing.named_teams, metavar="NAME", help="Follow a named teaming policy.")
 @click.option("--always-uplink/--no-always-uplink", default=None, help="Leave through an uplink always.")
 @pass_session
-def set_(session: Session, switch: str, port: str, **wanted: Any) -> int:
+def set_(session: Session, /, switch: str, port: str, **wanted: Any) -> int:
     """Set what is given, and leave the rest."""
     given = {name: value for name, value in wanted.items() if value is not None}
     if not given:
@@ -196,7 +197,7 @@ def set_(session: Session, switch: str, port: str, **wanted: Any) -> int:
 
     def collect(plan: Plan) -> None:
         found = plan.switch(switch).port(port)
-        ensure = {
+        ensure: dict[str, Callable[[Any], object]] = {
             "block": found.ensure_blocked,
             "alias": found.ensure_alias,
             "nested_tagging": found.ensure_nested_tagging,
@@ -228,7 +229,7 @@ def _ensure_learning(port: Port, given: dict[str, Any]) -> None:
 
     from libkestrel.host import LimitPolicy
 
-    changes = {name: given[name] for name in ("learning", "flooding") if name in given}
+    changes: dict[str, Any] = {name: given[name] for name in ("learning", "flooding") if name in given}
     if "mac_limit" in given:
         changes["limit"] = given["mac_limit"]
     if "at_limit" in given:
@@ -239,7 +240,9 @@ def _ensure_learning(port: Port, given: dict[str, Any]) -> None:
 
 @command.command(cls=Change)
 @port_argument
-@click.argument("settings", metavar=f"[{'|'.join(SETTINGS)}]...", nargs=-1, required=True, type=click.Choice(list(SETTINGS)))
+@click.argument(
+    "settings", metavar=f"[{'|'.join(SETTINGS)}]...", nargs=-1, required=True, type=click.Choice(list(SETTINGS))
+)
 @pass_session
 def clear(session: Session, switch: str, port: str, settings: tuple[str, ...]) -> int:
     """Bring settings back to their defaults."""

@@ -36,9 +36,7 @@ def command() -> None:
 def list_(session: Session, switch: str) -> None:
     """List the pairs of the private VLAN map."""
     found = session.host().switch(switch)
-    session.show(
-        PAIRS, [PAIRS.row(found.name, e.primary, e.secondary, word_of(e.kind)) for e in found.private_vlans]
-    )
+    session.show(PAIRS, [PAIRS.row(found.name, e.primary, e.secondary, word_of(e.kind)) for e in found.private_vlans])
 
 
 @command.command(cls=Change)

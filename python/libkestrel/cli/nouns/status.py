@@ -31,9 +31,16 @@ def command() -> None:
 
 
 def _known() -> dict[int, str]:
+    """The statuses that have names."""
+    import _libkestrel as flat
+
     from libkestrel import errors
 
-    return {0: "ZEL_OK", **errors._STATUSES}
+    return {
+        value: name
+        for name, value in vars(flat).items()
+        if name.startswith("ZEL_") and isinstance(value, int) and errors.status_name(value) == name
+    }
 
 
 def _row(status: int) -> dict[str, Any]:

@@ -10,7 +10,7 @@ import click
 from libkestrel.cli import quick
 from libkestrel.cli.commands import Change, noun, switch_argument
 from libkestrel.cli.session import Session, pass_session
-from libkestrel.cli.shapes import FLAG, NUMBER, TEXT, Field, sheet, several, table
+from libkestrel.cli.shapes import FLAG, NUMBER, TEXT, Field, several, sheet, table
 from libkestrel.cli.values import Word, word, word_of
 
 if TYPE_CHECKING:
@@ -131,7 +131,7 @@ def create(
 @click.option("--learn-static/--no-learn-static", default=None, help="Learn clients' own addresses on uplinks too.")
 @click.option("--static-mac-allow/--no-static-mac-allow", default=None, help="Let ports learn others' own addresses.")
 @pass_session
-def set_(session: Session, switch: str, **wanted: Any) -> int:
+def set_(session: Session, /, switch: str, **wanted: Any) -> int:
     """Set what is given, and leave the rest."""
     _something(wanted)
 
@@ -166,7 +166,9 @@ def _something(wanted: dict[str, Any]) -> None:
 
 @command.command(cls=Change)
 @switch_argument
-@click.argument("settings", metavar=f"[{'|'.join(SETTINGS)}]...", nargs=-1, required=True, type=click.Choice(list(SETTINGS)))
+@click.argument(
+    "settings", metavar=f"[{'|'.join(SETTINGS)}]...", nargs=-1, required=True, type=click.Choice(list(SETTINGS))
+)
 @pass_session
 def clear(session: Session, switch: str, settings: tuple[str, ...]) -> int:
     """Bring settings back to their defaults."""

@@ -131,7 +131,7 @@ def _names(text: str) -> tuple[str, ...]:
 @click.option("--speed", type=click.IntRange(0, 65535), help="What the speed criteria ask for, in Mbit/s.")
 @click.option("--error-percent", "percent_error", type=click.IntRange(0, 100), help="What the errors criterion allows.")
 @pass_session
-def set_(session: Session, switch: str, port: str | None, **given: Any) -> int:
+def set_(session: Session, /, switch: str, port: str | None, **given: Any) -> int:
     """Set what is given of the policy of a switch or a port, and leave the rest."""
     changes = _changed(given)
     if not changes:
@@ -166,7 +166,7 @@ def clear(session: Session, switch: str, port: str | None) -> int:
 @click.argument("name")
 @_policy_options
 @pass_session
-def create(session: Session, switch: str, name: str, **given: Any) -> int:
+def create(session: Session, /, switch: str, name: str, **given: Any) -> int:
     """Create a named policy, or set what is given of it. Ports follow it with `kestrel port set --follow`."""
 
     def collect(plan: Plan) -> None:

@@ -17,9 +17,11 @@ if TYPE_CHECKING:
 _FIELDS = (
     Field("switch", TEXT, "The switch."),
     Field("port", TEXT, "The distributed-port id."),
-    Field("mode", one_of(["access", "trunk", "private"]), "access: one VLAN; trunk: several; private: a secondary VLAN."),
+    Field(
+        "mode", one_of(["access", "trunk", "private"]), "access: one VLAN; trunk: several; private: a secondary VLAN."
+    ),
     Field("vlan", optional(NUMBER), "The VLAN, 0 for untagged; null for a trunk.", ""),
-    Field("trunk", several(TEXT), "VLANs and ranges of a trunk, such as \"10-19\".", ""),
+    Field("trunk", several(TEXT), 'VLANs and ranges of a trunk, such as "10-19".', ""),
     Field("vlans", TEXT, "The VLANs in words."),
     Field("set_priority", FLAG, "Whether the port's own priority replaces that of its frames."),
     Field("is_default", FLAG, "Whether nothing is set, so that the default holds."),
