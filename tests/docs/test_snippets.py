@@ -10,7 +10,7 @@ import click
 import pytest
 
 from libkestrel.cli.app import command as kestrel
-from support.pages import GENERATED, ROOT, Block, blocks, commands, files_used, fits, inline_codes, markers, pages
+from support.pages import ROOT, Block, blocks, commands, files_used, fits, inline_codes, is_generated, markers, pages
 from support.snippets import Reader
 
 
@@ -22,7 +22,13 @@ PAGES = pages()
 BLOCKS = {str(page.relative_to(ROOT)): blocks(page) for page in PAGES}
 FOLLOWED = {page: found for page, found in BLOCKS.items() if any(is_followed(block) for block in found)}
 
-NOT_RUN = {"README.md": 3, "docs/maintaining.md": 1}
+NOT_RUN = {
+    "README.md": 3,
+    "docs/how-to/mirror-traffic-to-a-pcap.md": 1,
+    "docs/how-to/rehearse-a-fault.md": 1,
+    "docs/maintaining.md": 1,
+    "docs/tutorial.md": 1,
+}
 """How many blocks of each page are for reading alone. Each says why."""
 
 
@@ -52,9 +58,9 @@ def test_every_marker_stands_before_a_block(page: Path) -> None:
 
 
 def test_every_block_says_what_it_is() -> None:
-    """None is there by indentation, which has no language; the generated pages have signatures so."""
-    silent = [block.where for page, found in BLOCKS.items() for block in found if not block.language]
-    assert [where for where in silent if not (ROOT / where).is_relative_to(GENERATED)] == []
+    """None is there by indentation, which has no language; generated pages have signatures so."""
+    written = [found for page, found in BLOCKS.items() if not is_generated(ROOT / page)]
+    assert [block.where for found in written for block in found if not block.language] == []
 
 
 def test_no_command_hides_in_a_text() -> None:
