@@ -76,6 +76,14 @@ def test_an_error_is_one_sentence_on_standard_error(here: InProcess, line: str) 
     assert ending[1] in answer.err
 
 
+def test_a_command_without_its_verb_is_told_the_verbs(kestrel: Process) -> None:
+    for words in ([], ["switch"]):
+        answer = kestrel(*words)
+        assert (answer.code, answer.out) == (2, "")
+        assert answer.err.startswith("Usage: kestrel")
+        assert "Commands:" in answer.err
+
+
 @pytest.mark.parametrize("json_flag", [[], ["--json"]])
 def test_errors_are_the_same_in_json(here: InProcess, json_flag: list[str]) -> None:
     answer = here(*json_flag, "switch", "show", "nothing")
@@ -112,7 +120,10 @@ def test_the_platforms_statuses_have_their_exit_codes(here: InProcess, status: i
 def test_a_platform_that_dies_is_told_too(here: InProcess) -> None:
     with lab.fault("VSDVS_SetMTU", raises=MemoryError("no more")):
         answer = here("switch", "set", "dvs-office", "--mtu", "9000")
-    assert (answer.code, answer.err) == (exits.FAILED, "kestrel: no more\n")
+    assert (answer.code, answer.err) == (
+        exits.FAILED,
+        "kestrel: MemoryError: step 1: switch dvs-office: set MTU: no more\n",
+    )
 
 
 def test_the_codes_are_told_by_the_help_and_the_page(here: InProcess) -> None:
@@ -125,7 +136,13 @@ def test_the_codes_are_told_by_the_help_and_the_page(here: InProcess) -> None:
 
 
 def test_a_pipe_that_is_closed_early_is_no_error_of_ours(office: Process) -> None:
-    for command in ("status list", "option list", "port list dvs-office", "switch list --json", "watch --interval 0.05"):
+    for command in (
+        "status list",
+        "option list",
+        "port list dvs-office",
+        "switch list --json",
+        "watch --interval 0.05",
+    ):
         line = f"{' '.join(COMMAND)} {command} | head -1"
         done = subprocess.run(
             ["bash", "-c", f'{line}; echo "${{PIPESTATUS[0]}}"'],
@@ -199,8 +216,8 @@ def test_a_kill_in_the_middle_leaves_nothing_half_done(office: Process, tmp_path
 
 
 def test_watching_ends_with_an_interruption(office: Process) -> None:
-    running = office.start("watch", "--interval", "5", "--json")
-    assert running.stdout is not None
-    assert running.stdout.readline().startswith('{"schema_version": 1, "kind": "counters"')
-    os.kill(running.pid, signal.SIGINT)
-    assert running.wait(timeout=20) == 0
+    with office.start("watch", "--interval", "5", "--json") as running:
+        assert running.stdout is not None
+        assert running.stdout.readline().startswith('{"schema_version": 1, "kind": "counters"')
+        os.kill(running.pid, signal.SIGINT)
+        assert running.wait(timeout=20) == 0

@@ -201,6 +201,16 @@ def test_a_file_that_is_no_text_is_refused_and_one_that_is_not_there_is_an_os_er
         load_scenario(tmp_path / "nothing.toml")
 
 
+def test_options_are_set_whether_or_not_functions_give_records() -> None:
+    from libkestrel import Host, records
+
+    load_scenario_text("[options]\nIGMPVersion = 2\nIGMPRouterIP = '192.0.2.9'\n")
+    assert "VSRuntimeOptions" in records.__all__
+    assert Host().options.read(["IGMPVersion", "IGMPRouterIP"]) == {"IGMPVersion": 2, "IGMPRouterIP": "192.0.2.9"}
+    load_scenario_text("[options]\nIGMPVersion = 3\n")
+    assert Host().options["IGMPVersion"] == 3
+
+
 # ---- Hostile values ----
 
 VALUES: st.SearchStrategy[Any] = st.recursive(

@@ -54,7 +54,9 @@ def main_page() -> str:
     for text in root.paragraphs:
         lines += _paragraph(text)
     lines += [".SH COMMANDS"]
-    lines += _definitions([(f"{child.name} (see kestrel-{child.path[-1]}(1))", child.summary) for child in tree.children(root)])
+    lines += _definitions(
+        [(f"{child.name} (see kestrel-{child.path[-1]}(1))", child.summary) for child in tree.children(root)]
+    )
     lines += [".SH OPTIONS", *_definitions(root.options)]
     codes = [(f"{code} {name}", meaning) for code, (name, meaning) in exits.CODES.items()]
     lines += [".SH EXIT STATUS", *_definitions(codes)]

@@ -74,4 +74,5 @@ def leaves(entry: Entry) -> Iterator[Entry]:
 
 
 def _context(command: click.Command, name: str, parent: click.Context | None) -> click.Context:
-    return click.Context(command, info_name=name, parent=parent, max_content_width=120, terminal_width=120)
+    settings = {**command.context_settings, "max_content_width": 120, "terminal_width": 120}
+    return click.Context(command, info_name=name, parent=parent, **settings)

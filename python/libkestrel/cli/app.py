@@ -19,6 +19,10 @@ NOUNS = (
 """The commands of the first level: each is `command` in the module of its name, and is imported when it is used."""
 
 
+_DEBUG = "KESTREL_DEBUG"
+"""The variable with which errors show where they come from."""
+
+
 class Nouns(click.Group):
     """The first level."""
 
@@ -78,6 +82,8 @@ def command(ctx: click.Context, host_file: str | None, as_json: bool, no_heading
 
 def run(arguments: list[str]) -> int:
     """Runs a command; its exit code. Errors are one sentence on standard error."""
+    if sys.stdout is None:  # closed by whoever started the process
+        sys.stdout = open(os.devnull, "w")  # noqa: PTH123, SIM115  # for as long as the process lives
     if "_KESTREL_COMPLETE" in os.environ:
         command.main(arguments, prog_name="kestrel", complete_var="_KESTREL_COMPLETE")
     try:
@@ -99,6 +105,9 @@ def _invoke(arguments: list[str]) -> int:
             return result if isinstance(result, int) else exits.SUCCESS
     except click.exceptions.Exit as ended:
         return ended.exit_code
+    except click.exceptions.NoArgsIsHelpError as error:
+        click.echo(error.format_message(), err=True)
+        return exits.USAGE
     except click.UsageError as error:
         where = f" (see {error.ctx.command_path} --help)" if error.ctx else ""
         click.echo(f"kestrel: {error.format_message().rstrip('.')}{where}", err=True)
@@ -109,11 +118,11 @@ def _invoke(arguments: list[str]) -> int:
     except BrokenPipeError:
         raise
     except Exception as error:
-        told = exits.ending(error)
-        if told is None:
+        if _DEBUG in os.environ:
             raise
-        click.echo(f"kestrel: {told[1]}", err=True)
-        return told[0]
+        code, sentence = exits.ending(error)
+        click.echo(f"kestrel: {sentence}", err=True)
+        return code
 
 
 def _forget_output() -> None:

@@ -40,27 +40,34 @@ def code_of_status(status: int) -> int:
     return REFUSED
 
 
-def ending(error: Exception) -> tuple[int, str] | None:
-    """The exit code and the sentence for an error; None for one that nobody foresaw."""
+def _hint(status: int) -> str:
+    """What helps further where a file is not what it should be."""
+    import _libkestrel as flat
+
+    of_files = (flat.ZEL_INVALID_METADATA, flat.ZEL_INVALID_TARGET, flat.ZEL_CHECKSUM_MISMATCH)
+    return "; `kestrel state verify` tells more about a file" if status in of_files else ""
+
+
+def ending(error: Exception) -> tuple[int, str]:
+    """The exit code and the sentence for an error."""
     from libkestrel._kestrel_error import KestrelError
     from libkestrel.host.plan import PlanError
     from libkestrel.lab.errors import LabError, NotEmbeddedError
     from libkestrel.lab.scenario.problems import ScenarioError
 
-    told: tuple[int, str] | None = None
     cause: Any = error.error if isinstance(error, PlanError) else error
     if isinstance(error, CommandError):
-        told = error.code, str(error)
-    elif isinstance(cause, (KestrelError, LabError)):
-        told = code_of_status(cause.status), str(cause)
-    elif isinstance(error, ScenarioError):
+        return error.code, str(error)
+    if isinstance(cause, (KestrelError, LabError)):
+        return code_of_status(cause.status), f"{cause}{_hint(cause.status)}"
+    if isinstance(error, ScenarioError):
         refused = isinstance(error.__cause__, Exception) and not isinstance(error.__cause__, OSError)
-        told = REFUSED if refused else USAGE, str(error)
-    elif isinstance(cause, NotEmbeddedError):
-        told = FAILED, str(cause)
-    elif isinstance(cause, (ValueError, TypeError, OverflowError, IndexError)):
-        told = USAGE, str(cause)
-    elif isinstance(cause, OSError):
+        return REFUSED if refused else USAGE, str(error)
+    if isinstance(cause, NotEmbeddedError):
+        return FAILED, str(cause)
+    if isinstance(cause, (ValueError, OverflowError, IndexError)):  # what no call can carry
+        return USAGE, str(cause)
+    if isinstance(cause, OSError):
         where = f"{cause.filename}: " if cause.filename else ""
-        told = FAILED, f"{where}{cause.strerror or cause}"
-    return told
+        return FAILED, f"{where}{cause.strerror or cause}"
+    return FAILED, f"{type(cause).__name__}: {error}"

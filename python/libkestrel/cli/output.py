@@ -102,7 +102,9 @@ def rich_table(titles: list[str], rows: list[list[str]], right: Sequence[bool], 
     made = Table(box=None, show_header=bool(titles), header_style="bold", pad_edge=False, padding=(0, 2, 0, 0))
     for i, at_right in enumerate(right):
         style = "cyan" if i == 0 else None
-        made.add_column(titles[i] if titles else "", justify="right" if at_right else "left", style=style)
+        made.add_column(
+            titles[i] if titles else "", justify="right" if at_right else "left", style=style, overflow="fold"
+        )
     for row in rows:
         made.add_row(*(text(cell, style=_STYLES.get(cell, "")) for cell in row))
     return made

@@ -58,11 +58,18 @@ class Session:
 
     # ---- The host ----
 
+    def ready(self) -> None:
+        """Sees to it that there is a host. Where there is none yet, a terminal is asked for a scenario; CommandError
+        otherwise.
+        """
+        if not self.path.exists() and self._is_embedded():
+            self._first_run()
+        os.environ[places.VARIABLE] = str(self.path)
+
     def host(self) -> Host:
-        """The host. Where there is none yet, a terminal is asked for a scenario; CommandError otherwise."""
+        """The host, which is ready."""
         if self._host is None:
-            if not self.path.exists() and self._is_embedded():
-                self._first_run()
+            self.ready()
             self._host = self._open()
         return self._host
 

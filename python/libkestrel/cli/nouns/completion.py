@@ -17,7 +17,10 @@ HOW = {
 @click.argument("shell", type=click.Choice(SHELLS))
 @click.pass_context
 def command(ctx: click.Context, shell: str) -> None:
-    """Print the completion script of a shell: commands, options, and names of switches and ports."""
+    """Print the completion script of a shell.
+
+    It completes commands, options, and names of the host: switches, ports and the like.
+    """
     from click.shell_completion import get_completion_class
 
     kind = get_completion_class(shell)

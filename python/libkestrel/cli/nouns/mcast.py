@@ -7,7 +7,8 @@ from typing import TYPE_CHECKING, Any
 import click
 
 from libkestrel.cli import completing
-from libkestrel.cli.commands import Change, noun, switch_argument
+from libkestrel.cli.commands import Change, noun, switch_argument, switch_argument_or_all
+from libkestrel.cli.reading import chosen
 from libkestrel.cli.session import Session, pass_session
 from libkestrel.cli.shapes import TEXT, Field, one_of, several, sheet, table
 from libkestrel.cli.values import MAC, word_of
@@ -41,19 +42,18 @@ def command() -> None:
 
 
 @command.command("list")
-@switch_argument
+@switch_argument_or_all
 @pass_session
-def list_(session: Session, switch: str) -> None:
-    """List the groups that the ports of a switch receive."""
-    found = session.host().switch(switch)
+def list_(session: Session, switch: str | None) -> None:
+    """List the groups that the ports of a switch receive, or of all."""
     rows: list[dict[str, Any]] = []
-    for port in found.ports.values():
+    for port in (port for found in chosen(session.host(), switch) for port in found.ports.values()):
         for by, read in (
             ("legacy", port.multicast_addresses),
             ("igmp", port.igmp_groups),
             ("mld", port.mld_groups),
         ):
-            rows += [GROUPS.row(found.name, port.id, str(group), by) for group in read()]
+            rows += [GROUPS.row(port.switch, port.id, str(group), by) for group in read()]
     session.show(GROUPS, rows)
 
 

@@ -7,8 +7,9 @@ from typing import TYPE_CHECKING, Any
 import click
 
 from libkestrel.cli import completing
-from libkestrel.cli.commands import Change, noun, port_argument, switch_argument
+from libkestrel.cli.commands import Change, noun, port_argument, switch_argument, switch_argument_or_all
 from libkestrel.cli.exits import NOT_FOUND, CommandError
+from libkestrel.cli.reading import chosen
 from libkestrel.cli.session import Session, pass_session
 from libkestrel.cli.shapes import NUMBER, TEXT, Field, optional, several, sheet, table
 from libkestrel.cli.values import Word, bits, entity_text, word
@@ -78,12 +79,14 @@ def _row(switch: Switch, port: str, mirror: MirrorSession) -> dict[str, Any]:
 
 
 @command.command("list")
-@switch_argument
+@switch_argument_or_all
 @pass_session
-def list_(session: Session, switch: str) -> None:
-    """List the mirror sessions of a switch."""
-    found = session.host().switch(switch)
-    session.show(MIRRORS, [_row(found, port, mirror) for port, mirror in sessions(found)])
+def list_(session: Session, switch: str | None) -> None:
+    """List the mirror sessions of a switch, or of all."""
+    session.show(
+        MIRRORS,
+        [_row(found, port, mirror) for found in chosen(session.host(), switch) for port, mirror in sessions(found)],
+    )
 
 
 @command.command()

@@ -8,7 +8,8 @@ from typing import TYPE_CHECKING, Any
 import click
 
 from libkestrel.cli import completing
-from libkestrel.cli.commands import Change, noun, port_argument, switch_argument
+from libkestrel.cli.commands import Change, noun, port_argument, switch_argument, switch_argument_or_all
+from libkestrel.cli.reading import chosen
 from libkestrel.cli.session import Session, pass_session
 from libkestrel.cli.shapes import FLAG, NUMBER, TEXT, Field, Shape, optional, several, sheet, table
 from libkestrel.cli.values import security_words, vlan_text, word_of
@@ -56,7 +57,6 @@ SETTINGS = {
     "alias": "alias",
     "security": "security",
     "learning": "mac_learning",
-    "sink": "sink",
     "filter": "ethernet_filter",
     "teaming": "teaming",
     "uplink": "teaming_override",
@@ -96,15 +96,17 @@ def listed(shape: Shape, port: Port, client: Client | None) -> dict[str, Any]:
 
 
 @command.command("list")
-@switch_argument
+@switch_argument_or_all
 @click.option("--vlan", type=click.IntRange(0, 4094), help="Only ports whose policy has this VLAN.")
 @pass_session
-def list_(session: Session, switch: str, vlan: int | None) -> None:
-    """List the ports of a switch."""
-    found = session.host().switch(switch)
-    clients = clients_of(found.name)
-    ports = [port for port in found.ports.values() if vlan is None or _has_vlan(port, vlan)]
-    session.show(PORTS, [listed(PORTS, port, clients.get(port.id)) for port in ports])
+def list_(session: Session, switch: str | None, vlan: int | None) -> None:
+    """List the ports of a switch, or of all."""
+    rows = []
+    for found in chosen(session.host(), switch):
+        clients = clients_of(found.name)
+        ports = [port for port in found.ports.values() if vlan is None or _has_vlan(port, vlan)]
+        rows += [listed(PORTS, port, clients.get(port.id)) for port in ports]
+    session.show(PORTS, rows)
 
 
 def _has_vlan(port: Port, vlan: int) -> bool:

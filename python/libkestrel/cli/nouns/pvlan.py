@@ -6,7 +6,8 @@ from typing import TYPE_CHECKING
 
 import click
 
-from libkestrel.cli.commands import Change, noun, switch_argument
+from libkestrel.cli.commands import Change, noun, switch_argument, switch_argument_or_all
+from libkestrel.cli.reading import chosen
 from libkestrel.cli.session import Session, pass_session
 from libkestrel.cli.shapes import NUMBER, TEXT, Field, one_of, table
 from libkestrel.cli.values import word_of
@@ -31,12 +32,18 @@ def command() -> None:
 
 
 @command.command("list")
-@switch_argument
+@switch_argument_or_all
 @pass_session
-def list_(session: Session, switch: str) -> None:
-    """List the pairs of the private VLAN map."""
-    found = session.host().switch(switch)
-    session.show(PAIRS, [PAIRS.row(found.name, e.primary, e.secondary, word_of(e.kind)) for e in found.private_vlans])
+def list_(session: Session, switch: str | None) -> None:
+    """List the pairs of private VLAN maps."""
+    session.show(
+        PAIRS,
+        [
+            PAIRS.row(found.name, entry.primary, entry.secondary, word_of(entry.kind))
+            for found in chosen(session.host(), switch)
+            for entry in found.private_vlans
+        ],
+    )
 
 
 @command.command(cls=Change)

@@ -9,7 +9,7 @@ from typing import TYPE_CHECKING, Any
 import click
 
 from libkestrel.cli.commands import Action, Change, noun
-from libkestrel.cli.exits import FAILED, SUCCESS, CommandError
+from libkestrel.cli.exits import FAILED, NOT_FOUND, SUCCESS, CommandError
 from libkestrel.cli.session import Session, pass_session
 from libkestrel.cli.shapes import FLAG, NUMBER, TEXT, Field, one_of, several, sheet
 
@@ -76,7 +76,7 @@ def import_(session: Session, file: Path, configuration: bool, plug: bool) -> in
         lacking = images.lacking_nics(data)
         if lacking and not plug:
             raise CommandError(
-                f"the image names NICs that this host lacks: {', '.join(lacking)}; --plug puts them in", FAILED
+                f"the image names NICs that this host lacks: {', '.join(lacking)}; --plug puts them in", NOT_FOUND
             )
         for nic in lacking:
             plan.take(steps.plug(nic))

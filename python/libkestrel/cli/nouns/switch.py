@@ -62,7 +62,7 @@ def command() -> None:
 @pass_session
 def list_(session: Session) -> None:
     """List the switches."""
-    session.host()
+    session.ready()
     session.show(SWITCHES, quick.switches())
 
 

@@ -8,7 +8,8 @@ from typing import TYPE_CHECKING, Any, TypeVar
 import click
 
 from libkestrel.cli import completing
-from libkestrel.cli.commands import Change, noun, switch_argument
+from libkestrel.cli.commands import Change, noun, switch_argument, switch_argument_or_all
+from libkestrel.cli.reading import chosen
 from libkestrel.cli.session import Session, pass_session
 from libkestrel.cli.shapes import FLAG, NUMBER, TEXT, Field, optional, several, sheet, table
 from libkestrel.cli.values import Word, bits, word
@@ -59,13 +60,15 @@ def _common(policy: TeamingPolicy | NamedTeamingPolicy) -> tuple[Any, ...]:
 
 
 @command.command("list")
-@switch_argument
+@switch_argument_or_all
 @pass_session
-def list_(session: Session, switch: str) -> None:
-    """List the policy of a switch and its named ones."""
-    found = session.host().switch(switch)
-    rows = [TEAMS.row(found.name, None, *_common(found.teaming))]
-    session.show(TEAMS, rows + [TEAMS.row(found.name, team.name, *_common(team)) for team in found.named_teaming])
+def list_(session: Session, switch: str | None) -> None:
+    """List the policies of a switch and its named ones, or of all switches."""
+    rows = []
+    for found in chosen(session.host(), switch):
+        rows.append(TEAMS.row(found.name, None, *_common(found.teaming)))
+        rows += [TEAMS.row(found.name, team.name, *_common(team)) for team in found.named_teaming]
+    session.show(TEAMS, rows)
 
 
 @command.command()

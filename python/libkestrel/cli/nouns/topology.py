@@ -56,7 +56,10 @@ SWITCHES = table(
 @click.option("--empty", is_flag=True, help="Also ports that nobody is plugged into.")
 @pass_session
 def command(session: Session, switch: str | None, dot: bool, svg: Path | None, empty: bool) -> None:
-    """Draw the switches with their uplinks, groups, VLANs and clients: as a tree, or with Graphviz."""
+    """Draw the host as a tree, or with Graphviz.
+
+    What is drawn are switches with their uplinks, groups, VLANs and clients.
+    """
     from libkestrel.cli import drawing
 
     if svg is not None and shutil.which("dot") is None:

@@ -6,7 +6,8 @@ from typing import TYPE_CHECKING, Any
 
 import click
 
-from libkestrel.cli.commands import Change, noun, port_argument, switch_argument
+from libkestrel.cli.commands import Change, noun, port_argument, switch_argument_or_all
+from libkestrel.cli.reading import chosen
 from libkestrel.cli.session import Session, pass_session
 from libkestrel.cli.shapes import FLAG, NUMBER, TEXT, Field, one_of, optional, several, sheet, table
 from libkestrel.cli.values import RANGES, VLAN, ranges_text
@@ -53,11 +54,11 @@ def row(port: Port) -> dict[str, Any]:
 
 
 @command.command("list")
-@switch_argument
+@switch_argument_or_all
 @pass_session
-def list_(session: Session, switch: str) -> None:
-    """List the VLAN policies of a switch's ports."""
-    session.show(VLANS, [row(port) for port in session.host().switch(switch).ports.values()])
+def list_(session: Session, switch: str | None) -> None:
+    """List the VLAN policies of a switch's ports, or of all."""
+    session.show(VLANS, [row(port) for found in chosen(session.host(), switch) for port in found.ports.values()])
 
 
 @command.command()

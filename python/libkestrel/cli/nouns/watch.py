@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import itertools
 import sys
 import time
 from collections.abc import Callable, Iterator
@@ -60,20 +61,19 @@ def command(
         for port in ports:
             found.port(port)
     before: dict[Key, Sample] = {}
-    done = 0
-    with _screen(session) as write:
-        while True:
-            switches = list(chosen(host, switch))
-            now = counters.sample(switches, {each.name: list(ports) for each in switches} if ports else {})
-            rows = [_row(key, each, before.get(key)) for key, each in now.items() if idle or ports or _lives(each)]
-            write(rows)
-            before, done = now, done + 1
-            if count is not None and done >= count:
-                return SUCCESS
-            try:
+    try:
+        with _screen(session) as write:
+            for number in itertools.count(1):
+                switches = list(chosen(host, switch))
+                now = counters.sample(switches, {each.name: list(ports) for each in switches} if ports else {})
+                write([_row(key, each, before.get(key)) for key, each in now.items() if idle or ports or _lives(each)])
+                before = now
+                if number == count:
+                    break
                 time.sleep(interval)
-            except KeyboardInterrupt:
-                return SUCCESS
+    except KeyboardInterrupt:  # how watching ends
+        pass
+    return SUCCESS
 
 
 def _lives(sample: Sample) -> bool:

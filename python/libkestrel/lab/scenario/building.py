@@ -103,8 +103,13 @@ def _set_options(options: dict[str, int | str]) -> int:
         for name, value in options.items():
             add = k.VSRuntimeOptions_add_str_option if isinstance(value, str) else k.VSRuntimeOptions_add_int_option
             entry = add(packed, entry, name, k.get_runtime_option_type_from_name(name), value)
-        k.VSRuntimeOptions_set_options_length(packed, int(entry) - int(first))
+        k.VSRuntimeOptions_set_options_length(packed, _address(entry) - _address(first))
         return int(k.VSZEL_SetRuntimeOptions(packed))
+
+
+def _address(pointer: Any) -> int:
+    """Where something lies, given as the flat module does or, once `libkestrel.records` is imported, as a record."""
+    return int(getattr(pointer, "this", pointer))
 
 
 def _plug(nic: Nic) -> None:
