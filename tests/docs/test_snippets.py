@@ -6,9 +6,11 @@ import re
 from collections import Counter
 from pathlib import Path
 
+import _libkestrel
 import click
 import pytest
 
+from libkestrel import errors
 from libkestrel.cli.app import command as kestrel
 from support.pages import ROOT, Block, blocks, commands, files_used, fits, inline_codes, is_generated, markers, pages
 from support.snippets import Reader
@@ -24,6 +26,7 @@ FOLLOWED = {page: found for page, found in BLOCKS.items() if any(is_followed(blo
 
 NOT_RUN = {
     "README.md": 3,
+    "docs/command-line.md": 1,
     "docs/how-to/mirror-traffic-to-a-pcap.md": 1,
     "docs/how-to/rehearse-a-fault.md": 1,
     "docs/maintaining.md": 1,
@@ -107,6 +110,27 @@ def unknown_words(code: str) -> list[str]:
 @pytest.mark.parametrize("code", COMMANDS)
 def test_a_command_within_a_sentence_is_one(code: str) -> None:
     assert unknown_words(code) == []
+
+
+def names_of_the_platform() -> set[str]:
+    """What the flat module and the laboratory's header have."""
+    return {*dir(_libkestrel), *re.findall(r"\bkestrel_lab_\w+", (ROOT / "include" / "kestrel" / "lab.h").read_text())}
+
+
+def test_names_of_the_platform_within_sentences_are_there() -> None:
+    pattern = re.compile(r"(?:ZEL|VS|VSZEL|VSDVS|VSPROP|DVS|DVSZEL|DVSState|kestrel_lab)_[A-Za-z0-9_]*[A-Za-z0-9]")
+    written = [page for page in PAGES if not is_generated(page)]
+    named = {code for page in written for code in inline_codes(page) if pattern.fullmatch(code)}
+    assert len(named) > 50
+    assert named - names_of_the_platform() == set()
+
+
+def test_errors_within_sentences_are_there() -> None:
+    page = ROOT / "docs" / "errors.md"
+    rows = re.findall(r"^\| (`\w+`(?:, `\w+`)*) \|", page.read_text(), re.MULTILINE)
+    named = {name for row in rows for name in re.findall(r"\w+", row)}
+    assert named
+    assert named - set(errors.__all__) == set()
 
 
 def test_targets_of_make_within_sentences_are_there() -> None:

@@ -119,7 +119,8 @@ def _tells_output(part: Token | None, behind: Token | None) -> bool:
 
 def markers(page: Path) -> int:
     """How many comments of a page look like the one that keeps a block from running."""
-    return len(re.findall(r"<!--[^>]*not\s+run", page.read_text()))
+    inner = [child for part in tokens(page) for child in [part, *(part.children or [])]]
+    return sum(1 for each in inner if each.type.startswith("html_") and re.search(r"not\s+run", each.content))
 
 
 def inline_codes(page: Path) -> list[str]:
