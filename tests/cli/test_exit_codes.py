@@ -59,9 +59,14 @@ REFUSALS = {
     "state reset": (2, "has to be confirmed with --yes"),
     "switch list --jsno": (2, "No such option '--jsno'"),
     "status explain 0x1000000000": (2, "0x1000000000 is no number of 32 bits"),
-    "state export /proc/nothing/x": (1, "/proc/nothing"),
-    "state import /nowhere.img": (1, "/nowhere.img: No such file or directory"),
-    "state verify /nowhere.img": (1, "/nowhere.img: there is no such file"),
+    "state export /nowhere/x": (3, "/nowhere/x: No such file or directory"),
+    "state export /proc/x": (3, "/proc/x: "),
+    "state import /nowhere.img": (3, "/nowhere.img: No such file or directory"),
+    "state verify /nowhere.img": (3, "/nowhere.img: there is no such file"),
+    "state import /": (1, "/: Is a directory"),
+    "apply /nowhere.toml": (3, "/nowhere.toml: No such file or directory"),
+    "apply /": (1, "/: Is a directory"),
+    "lab play dvs-office 1 /nowhere.pcap": (3, "/nowhere.pcap"),
 }
 
 
@@ -201,6 +206,20 @@ def test_an_interruption_in_the_middle_leaves_nothing_half_done(office: Process,
     assert done.stderr == "kestrel: interrupted; nothing has changed\n"
     assert office("port", "list", "dvs-office").out == before
     assert office("apply", str(wanted)).out == "40 changes made\n"
+
+
+def test_frames_that_are_interrupted_have_never_been_sent(office: Process) -> None:
+    counters = ("watch", "dvs-office", "100", "--count", "1", "--json")
+    before = office(*counters).data
+    long = ("lab", "send", "dvs-office", "100", "--count", "1000000", "--every", "0.001")
+    with office.start(*long) as running:
+        with pytest.raises(subprocess.TimeoutExpired):
+            running.wait(timeout=1.5)  # in the middle, on any machine that takes longer for a million frames
+        os.kill(running.pid, signal.SIGINT)
+        assert running.wait(timeout=60) == exits.INTERRUPTED
+        assert running.stderr is not None
+        assert running.stderr.read() == "kestrel: interrupted; nothing has changed\n"
+    assert office(*counters).data == before
 
 
 def test_a_kill_in_the_middle_leaves_nothing_half_done(office: Process, tmp_path: Path) -> None:

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import importlib
+import io
 import os
 import sys
 from typing import Any
@@ -84,6 +85,8 @@ def run(arguments: list[str]) -> int:
     """Runs a command; its exit code. Errors are one sentence on standard error."""
     if sys.stdout is None:  # closed by whoever started the process
         sys.stdout = open(os.devnull, "w")  # noqa: PTH123, SIM115  # for as long as the process lives
+    if isinstance(sys.stdout, io.TextIOWrapper):
+        sys.stdout.reconfigure(errors="replace")  # names and lines of trees that the terminal has no characters for
     if "_KESTREL_COMPLETE" in os.environ:
         command.main(arguments, prog_name="kestrel", complete_var="_KESTREL_COMPLETE")
     try:
@@ -93,7 +96,7 @@ def run(arguments: list[str]) -> int:
         _forget_output()
         return exits.BROKEN_PIPE
     except (KeyboardInterrupt, click.Abort):
-        click.echo("kestrel: interrupted; nothing has changed", err=True)
+        click.echo(exits.INTERRUPTION, err=True)
         return exits.INTERRUPTED
     return code
 

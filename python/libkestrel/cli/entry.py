@@ -7,10 +7,15 @@ import sys
 
 def main() -> None:
     """Runs the command that the arguments ask for, and ends the process with its exit code."""
-    from libkestrel.cli import quick
+    try:
+        from libkestrel.cli import quick
 
-    if quick.answer(sys.argv[1:]):
-        return
-    from libkestrel.cli.app import run
+        if quick.answer(sys.argv[1:]):
+            return
+        from libkestrel.cli.app import run
+    except KeyboardInterrupt:  # before anything has begun
+        from libkestrel.cli import exits
 
+        sys.stderr.write(f"{exits.INTERRUPTION}\n")
+        sys.exit(exits.INTERRUPTED)
     sys.exit(run(sys.argv[1:]))

@@ -11,7 +11,7 @@ CODES: dict[int, tuple[str, str]] = {
     SUCCESS: ("success", "It is done, or was so already."),
     FAILED: ("failed", "Something around the host went wrong: a file, a missing program, a check that found faults."),
     USAGE: ("usage", "The command line cannot be understood, or holds a value that no host could take."),
-    NOT_FOUND: ("no such object", "A switch, port, key or host file that the command names is not there."),
+    NOT_FOUND: ("no such object", "A switch, port, key or file that the command names is not there."),
     REFUSED: ("refused", "The host says no, and why; nothing has changed."),
     BUSY: ("busy", "Something is in use, or others kept the host for too long. Trying again may help."),
     CHANGED: ("changed", "With --check: something would change. With --exit-code: something has changed."),
@@ -19,6 +19,9 @@ CODES: dict[int, tuple[str, str]] = {
     BROKEN_PIPE: ("broken pipe", "Whoever read the output has gone."),
 }
 """The name of each exit code and what it says."""
+
+INTERRUPTION = "kestrel: interrupted; nothing has changed"
+"""What is said after Ctrl-C."""
 
 
 class CommandError(Exception):
@@ -69,5 +72,6 @@ def ending(error: Exception) -> tuple[int, str]:
         return USAGE, str(cause)
     if isinstance(cause, OSError):
         where = f"{cause.filename}: " if cause.filename else ""
-        return FAILED, f"{where}{cause.strerror or cause}"
+        code = NOT_FOUND if isinstance(cause, FileNotFoundError) else FAILED
+        return code, f"{where}{cause.strerror or cause}"
     return FAILED, f"{type(cause).__name__}: {error}"

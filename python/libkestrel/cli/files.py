@@ -12,7 +12,10 @@ def write_whole(path: Path, data: bytes) -> None:
     if path.exists() and not path.is_file():  # a pipe or device, which cannot be replaced
         path.write_bytes(data)
         return
-    handle, name = tempfile.mkstemp(dir=path.parent, prefix=f".{path.name}.")
+    try:
+        handle, name = tempfile.mkstemp(dir=path.parent, prefix=f".{path.name}.")
+    except OSError as error:
+        raise type(error)(error.errno, error.strerror, str(path)) from error
     try:
         with os.fdopen(handle, "wb") as file:
             file.write(data)

@@ -21,12 +21,12 @@ def shown(value: Any) -> str:
         return ", ".join(shown(each) for each in value) or "-"
     if isinstance(value, dict):
         return ", ".join(f"{key} {shown(each)}" for key, each in value.items())
-    return _one_line(str(value))
+    return one_line(str(value))
 
 
-def _one_line(text: str) -> str:
+def one_line(text: str) -> str:
     """A text without what would break a line or steer a terminal."""
-    return "".join(c if c.isprintable() else f"\\x{ord(c):02x}" for c in text) if text else "-"
+    return "".join(c if c.isprintable() else f"\\x{ord(c):02x}" for c in text) or "-"
 
 
 def write_json(kind: str, data: object) -> None:

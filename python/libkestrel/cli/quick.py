@@ -8,6 +8,7 @@ asks the same `switches` for its rows.
 from __future__ import annotations
 
 import os
+from _json import encode_basestring_ascii as _quoted  # what json.dumps has for texts
 
 import _libkestrel as flat
 
@@ -58,6 +59,15 @@ def _refuse(status: int) -> None:
     check(status, "list switches", "host")
 
 
+def _as_json(value: object) -> str:
+    """As json.dumps writes it; importing that takes a tenth of the time that there is for the answer."""
+    if isinstance(value, dict):
+        return f"{{{', '.join(f'{_quoted(key)}: {_as_json(each)}' for key, each in value.items())}}}"
+    if isinstance(value, list):
+        return f"[{', '.join(_as_json(each) for each in value)}]"
+    return _quoted(value) if isinstance(value, str) else str(value)
+
+
 def answer(arguments: list[str]) -> bool:
     """Answers what is known here; False where the tree of commands has to."""
     from libkestrel.cli import places
@@ -71,13 +81,10 @@ def answer(arguments: list[str]) -> bool:
     if not os.path.isfile(path):  # noqa: PTH113  # pathlib takes longer to import than the answer
         return False
     os.environ["KESTREL_HOST"] = path
-    import json
-
     from libkestrel.cli.envelopes import envelope
 
     try:
-        line = json.dumps(envelope("switches", switches()))
-        print(line, flush=True)
+        print(_as_json(envelope("switches", switches())), flush=True)
     except (Exception, KeyboardInterrupt):
         return False
     return True

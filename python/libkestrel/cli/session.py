@@ -76,7 +76,7 @@ class Session:
     def new_host(self) -> Host:
         """The host, made where there is none yet; for commands that put something in its place anyway."""
         if self._is_embedded():
-            self.path.parent.mkdir(parents=True, exist_ok=True)
+            self.path.parent.mkdir(mode=0o700, parents=True, exist_ok=True)
         self._host = self._open()
         return self._host
 
@@ -180,7 +180,8 @@ class Session:
             self.show(CHANGES, CHANGES.row(bool(changes), self.check, rows))
         else:
             for change in changes if show_each else ():
-                click.echo(f"{change.object}: {change.operation}: {said(change.before)} -> {said_after(change)}")
+                line = f"{change.object}: {change.operation}: {said(change.before)} -> {said_after(change)}"
+                click.echo(output.one_line(line))
             if not changes:
                 click.echo("nothing to change")
             elif self.check or not show_each:

@@ -11,7 +11,7 @@ from libkestrel.cli.session import Session, pass_session
 
 
 @click.command("apply", cls=Change)
-@click.argument("file", type=click.Path(path_type=Path, exists=True, dir_okay=False))
+@click.argument("file", type=click.Path(path_type=Path))
 @click.option("--diff", is_flag=True, help="Tell each change.")
 @click.option("--prune", is_flag=True, help="Remove ports and uplinks of its switches that the file does not name.")
 @pass_session

@@ -303,7 +303,7 @@ def send(
 
 @command.command(cls=Action)
 @port_argument
-@click.argument("file", type=click.Path(exists=True, dir_okay=False))
+@click.argument("file", type=click.Path())
 @click.option("--untimed", is_flag=True, help="Let no time pass between frames.")
 @pass_session
 def play(session: Session, switch: str, port: str, file: str, untimed: bool) -> None:

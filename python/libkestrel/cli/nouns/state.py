@@ -40,7 +40,7 @@ def command() -> None:
 
 
 @command.command(cls=Action)
-@click.argument("file", type=click.Path(path_type=Path, dir_okay=False, allow_dash=True))
+@click.argument("file", type=click.Path(path_type=Path, allow_dash=True))
 @click.option("--saved", is_flag=True, help="The saved state, not the one in use.")
 @pass_session
 def export(session: Session, file: Path, saved: bool) -> None:
@@ -62,7 +62,7 @@ def export(session: Session, file: Path, saved: bool) -> None:
 
 
 @command.command("import", cls=Change)
-@click.argument("file", type=click.Path(path_type=Path, dir_okay=False, allow_dash=True))
+@click.argument("file", type=click.Path(path_type=Path, allow_dash=True))
 @click.option("--configuration", is_flag=True, help="Take its saved side as configuration; clients stay plugged in.")
 @click.option("--plug", is_flag=True, help="Plug in NICs that the image names and the host lacks. Embedded host alone.")
 @pass_session
@@ -106,7 +106,7 @@ def verify(session: Session, file: Path | None) -> int:
 
     path = session.path if file is None else file
     if not path.exists():
-        raise FileNotFoundError(2, "there is no such file", str(path))
+        raise CommandError(f"{path}: there is no such file", NOT_FOUND)
     with progress.shown(f"checking {path}"):
         found = verifying.verified(path)
     row: dict[str, Any] = VERIFICATION.row(
