@@ -14,6 +14,8 @@ export PYTHONDONTWRITEBYTECODE := 1
 SOURCES := CMakeLists.txt pyproject.toml $(shell find cmake host include interface native python src tools -type f \
              -not -path '*/__pycache__/*' 2>/dev/null)
 PYTHON_SOURCES := python tools tests examples benchmarks
+# Python on pages is in shape too.
+PAGES := README.md docs
 NATIVE_SOURCES = $(shell git ls-files --cached --others --exclude-standard '*.h' '*.hh' '*.cc' '*.c')
 RECORDER := $(CURDIR)/build/dev/tests/recorder
 
@@ -29,7 +31,7 @@ demo: $(VENV)/installed
 	tools/command_demo build/demo $(VENV)/bin/kestrel
 
 ## test: everything that has to hold before a change lands
-test: lint tidy test-native test-module test-host test-package test-cli cross
+test: lint tidy test-native test-module test-host test-package test-cli test-docs docs cross
 
 ## test-native: C++ tests of the embedded host
 test-native: build
@@ -50,6 +52,14 @@ test-package: $(VENV)/lint $(VENV)/installed
 ## test-cli: the command line, as it is installed
 test-cli: $(VENV)/installed
 	$(PYTHON) -m pytest tests/cli
+
+## test-docs: every command and snippet of the README and the pages
+test-docs: $(VENV)/test $(VENV)/installed
+	$(PYTHON) -m pytest tests/docs
+
+## docs: the pages as a site, into build/docs; warnings are errors
+docs: $(VENV)/docs
+	$(PYTHON) -m sphinx --quiet --fail-on-warning --keep-going --fresh-env --doctree-dir build/doctrees docs build/docs
 
 ## test-asan: the boundary under AddressSanitizer, UndefinedBehaviorSanitizer and LeakSanitizer
 test-asan: $(VENV)/test
@@ -111,8 +121,8 @@ stubs: $(VENV)/test
 ## lint: formatting, static checks of Python and types; warnings are errors
 lint: $(VENV)/lint $(VENV)/demo $(VENV)/test
 	@clang-format --dry-run --Werror $(NATIVE_SOURCES)
-	ruff format --check $(PYTHON_SOURCES)
-	ruff check $(PYTHON_SOURCES)
+	ruff format --check $(PYTHON_SOURCES) $(PAGES)
+	ruff check $(PYTHON_SOURCES) $(PAGES)
 	mypy $(PYTHON_SOURCES)
 
 ## tidy: static checks of C++; warnings are errors
@@ -122,8 +132,8 @@ tidy: $(VENV)/lint build
 ## format: bring all sources into shape
 format: $(VENV)/lint
 	@clang-format -i $(NATIVE_SOURCES)
-	ruff format $(PYTHON_SOURCES)
-	ruff check --fix $(PYTHON_SOURCES)
+	ruff format $(PYTHON_SOURCES) $(PAGES)
+	ruff check --fix $(PYTHON_SOURCES) $(PAGES)
 
 ## clean: remove what was built
 clean:
@@ -139,4 +149,4 @@ $(VENV)/installed: $(VENV)/demo $(SOURCES)
 	$(PYTHON) -m pip install --quiet --no-deps .
 	touch $@
 
-.PHONY: help demo fuzz test test-native test-module test-asan test-host test-package test-cli test-aarch64 build cross bench reference man stubs lint tidy format clean
+.PHONY: help demo fuzz test test-native test-module test-asan test-host test-package test-cli test-docs docs test-aarch64 build cross bench reference man stubs lint tidy format clean

@@ -2,10 +2,8 @@
 
 from __future__ import annotations
 
-import re
 import shutil
 import subprocess
-import sys
 from importlib import metadata
 from pathlib import Path
 
@@ -13,7 +11,6 @@ import pytest
 
 from commands import man_pages, pages, tree
 from libkestrel.cli.app import NOUNS
-from support.prompt import Process
 
 ROOT = Path(__file__).resolve().parents[2]
 
@@ -61,45 +58,3 @@ def test_the_scenarios_stand_in_one_place() -> None:
     assert sorted(scenarios.shipped()) == sorted(path.stem for path in folder.glob("*.toml"))
     for name in scenarios.shipped():
         assert scenarios.path_of(name).read_bytes() == (folder / f"{name}.toml").read_bytes()
-
-
-# ---- What pages show runs ----
-
-DOCUMENTED = ("docs/command-line.md", "README.md")
-
-
-def dialogues(page: str) -> list[tuple[str, list[str]]]:
-    """What a page shows at a prompt: each command, and the lines that follow it."""
-    found: list[tuple[str, list[str]]] = []
-    is_open = False
-    for line in page.splitlines():
-        if line.startswith("    $ "):
-            found.append((line[6:], []))
-            is_open = True
-        elif is_open and line.startswith("    "):
-            found[-1][1].append(line[4:])
-        else:
-            is_open = False
-    return found
-
-
-@pytest.mark.parametrize("name", DOCUMENTED)
-def test_what_a_page_shows_at_the_prompt_is_what_happens(name: str, kestrel: Process, tmp_path: Path) -> None:
-    page = (ROOT / name).read_text()
-    command = tmp_path / "bin" / "kestrel"
-    command.parent.mkdir()
-    command.write_text(f'#!/bin/sh\nexec {sys.executable} -m libkestrel.cli "$@"\n')
-    command.chmod(0o755)
-    tables = re.findall(r"^```toml\n(.*?)^```$", page, re.MULTILINE | re.DOTALL)
-    if tables:
-        (tmp_path / "web.toml").write_text(tables[0])
-    environment = kestrel.environment(KESTREL_HOST="office/host.kestrel")
-    environment["PATH"] = f"{command.parent}:{environment['PATH']}"
-    shown = dialogues(page)
-    assert shown
-    for line, told in shown:
-        done = subprocess.run(
-            ["bash", "-c", f"{line} 2>&1"],
-            cwd=tmp_path, env=environment, capture_output=True, text=True, check=False,
-        )  # fmt: skip
-        assert done.stdout.splitlines() == told, line
