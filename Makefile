@@ -14,6 +14,8 @@ export PYTHONDONTWRITEBYTECODE := 1
 SOURCES := CMakeLists.txt pyproject.toml $(shell find cmake host include interface native python src tools -type f \
              -not -path '*/__pycache__/*' 2>/dev/null)
 PYTHON_SOURCES := python tools tests examples benchmarks
+# Python on pages is in shape too.
+PAGES := README.md docs
 NATIVE_SOURCES = $(shell git ls-files --cached --others --exclude-standard '*.h' '*.hh' '*.cc' '*.c')
 RECORDER := $(CURDIR)/build/dev/tests/recorder
 
@@ -26,9 +28,10 @@ demo: $(VENV)/installed
 	$(PYTHON) examples/first_script.py
 	$(PYTHON) examples/configure_switch.py
 	$(PYTHON) examples/datacentre.py
+	tools/command_demo build/demo $(VENV)/bin/kestrel
 
 ## test: everything that has to hold before a change lands
-test: lint tidy test-native test-module test-host test-package cross
+test: lint tidy test-native test-module test-host test-package test-cli test-docs docs cross
 
 ## test-native: C++ tests of the embedded host
 test-native: build
@@ -45,6 +48,18 @@ test-host: $(VENV)/installed
 ## test-package: the wheel: what is in it, and that it works where it is installed
 test-package: $(VENV)/lint $(VENV)/installed
 	$(PYTHON) -m pytest tests/package
+
+## test-cli: the command line, as it is installed
+test-cli: $(VENV)/installed
+	$(PYTHON) -m pytest tests/cli
+
+## test-docs: every command and snippet of the README and the pages
+test-docs: $(VENV)/test $(VENV)/installed
+	$(PYTHON) -m pytest tests/docs
+
+## docs: the pages as a site, into build/docs; warnings are errors
+docs: $(VENV)/docs
+	$(PYTHON) -m sphinx --quiet --fail-on-warning --keep-going --fresh-env --doctree-dir build/doctrees docs build/docs
 
 ## test-asan: the boundary under AddressSanitizer, UndefinedBehaviorSanitizer and LeakSanitizer
 test-asan: $(VENV)/test
@@ -81,13 +96,23 @@ test-aarch64: cross
 bench: $(VENV)/bench $(VENV)/installed
 	$(PYTHON) benchmarks/boundary.py
 	$(PYTHON) benchmarks/records.py
+	$(PYTHON) benchmarks/command_line.py
+	cmake --preset bench >build/configure-bench.log || { cat build/configure-bench.log; exit 1; }
+	cmake --build --preset bench
+	build/bench/benchmarks/host/host_benchmark
+	build/bench/benchmarks/host/host_file_benchmark build
 
-## reference: write anew what is derived and kept: the reference pages, the page of scenarios, Python's declarations
+## reference: write anew what is derived and kept: the reference pages, scenarios, commands, Python's declarations
 reference: $(VENV)/test
 	PYTHONPATH=tools $(PYTHON) -m headers.reference docs/reference
 	PYTHONPATH=tools $(PYTHON) -m headers.laboratory
 	$(PYTHON) -m pip install --quiet --no-deps .
 	$(PYTHON) tools/scenario_page.py docs/scenarios.md
+	PYTHONPATH=tools $(PYTHON) -m commands.pages .
+
+## man: the man pages of the command line, into build/man
+man: $(VENV)/installed
+	PYTHONPATH=tools $(PYTHON) -m commands.man_pages build/man
 
 ## stubs: write the type stubs anew from the headers
 stubs: $(VENV)/test
@@ -95,9 +120,9 @@ stubs: $(VENV)/test
 
 ## lint: formatting, static checks of Python and types; warnings are errors
 lint: $(VENV)/lint $(VENV)/demo $(VENV)/test
-	clang-format --dry-run --Werror $(NATIVE_SOURCES)
-	ruff format --check $(PYTHON_SOURCES)
-	ruff check $(PYTHON_SOURCES)
+	@clang-format --dry-run --Werror $(NATIVE_SOURCES)
+	ruff format --check $(PYTHON_SOURCES) $(PAGES)
+	ruff check $(PYTHON_SOURCES) $(PAGES)
 	mypy $(PYTHON_SOURCES)
 
 ## tidy: static checks of C++; warnings are errors
@@ -106,9 +131,9 @@ tidy: $(VENV)/lint build
 
 ## format: bring all sources into shape
 format: $(VENV)/lint
-	clang-format -i $(NATIVE_SOURCES)
-	ruff format $(PYTHON_SOURCES)
-	ruff check --fix $(PYTHON_SOURCES)
+	@clang-format -i $(NATIVE_SOURCES)
+	ruff format $(PYTHON_SOURCES) $(PAGES)
+	ruff check --fix $(PYTHON_SOURCES) $(PAGES)
 
 ## clean: remove what was built
 clean:
@@ -124,4 +149,4 @@ $(VENV)/installed: $(VENV)/demo $(SOURCES)
 	$(PYTHON) -m pip install --quiet --no-deps .
 	touch $@
 
-.PHONY: help demo fuzz test test-native test-module test-asan test-host test-package test-aarch64 build cross bench reference stubs lint tidy format clean
+.PHONY: help demo fuzz test test-native test-module test-asan test-host test-package test-cli test-docs docs test-aarch64 build cross bench reference man stubs lint tidy format clean

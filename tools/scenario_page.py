@@ -25,8 +25,10 @@ Scenarios in [examples/scenarios/](../examples/scenarios/) are the quickest star
 Nothing is guessed: an unknown key, a value of a wrong type or out of its range, a name that is there twice or that
 refers to nothing raise ScenarioError, which tells everything that is wrong, each with the path of its key:
 
-    office.toml: switch[0].uplink[1].nic: there is no NIC "vmnic9"
-    office.toml: switch[0].port[3].vlan: 4095 is not from 0 to 4094
+```text
+office.toml: switch[0].uplink[1].nic: there is no NIC "vmnic9"
+office.toml: switch[0].port[3].vlan: 4095 is not from 0 to 4094
+```
 
 Items of lists are counted from 0 in paths. Ethernet addresses are texts such as `"02:00:00:00:00:01"`, times are
 seconds and may have fractions.

@@ -25,8 +25,7 @@ void SetText(Byte (&field)[width], std::string_view text) {
 class RecordBlock {
  public:
   /** Throws std::bad_alloc. */
-  explicit RecordBlock(std::size_t size)
-      : size_(size), bytes_(static_cast<char *>(std::calloc(1, size == 0 ? 1 : size))) {
+  explicit RecordBlock(std::size_t size) : size_(size), bytes_(static_cast<char *>(std::malloc(size == 0 ? 1 : size))) {
     if (bytes_ == nullptr) throw std::bad_alloc();
   }
 
@@ -45,6 +44,30 @@ class RecordBlock {
     Take(width - text.size(), nullptr);
   }
 
+  /** Where the records that come next can be written in place, as far as the block reaches; Fill says how far they did.
+      Their bytes are of any value before. */
+  template <typename Record>
+  Record *Room() {
+    static_assert(std::is_trivially_copyable_v<Record> && alignof(Record) == 1);
+    return reinterpret_cast<Record *>(bytes_.get() + used_);
+  }
+  void Fill(std::size_t size) {
+    if (size > size_ - used_) throw FatalError("a record was filled beyond its end");
+    used_ += size;
+  }
+
+  /** Gives back what has not been filled. */
+  void Trim() noexcept {
+    if (used_ == size_) return;
+    // Where a smaller block cannot be had, the larger one serves.
+    auto *const smaller = static_cast<char *>(std::realloc(bytes_.get(), used_ == 0 ? 1 : used_));
+    if (smaller != nullptr) {
+      static_cast<void>(bytes_.release());
+      bytes_.reset(smaller);
+    }
+    size_ = used_;
+  }
+
   /** Hands the block out; the caller gives it to free. */
   template <typename Record>
   Record *Release() {
@@ -57,11 +80,15 @@ class RecordBlock {
     void operator()(char *bytes) const { std::free(bytes); }
   };
 
-  /** The bytes are zero already where `source` is null. */
+  /** Zeros where `source` is null. */
   void Take(std::size_t size, const void *source) {
-    if (size > size_ - used_) throw FatalError("a record was filled beyond its end");
-    if (source != nullptr) std::memcpy(bytes_.get() + used_, source, size);
-    used_ += size;
+    char *const place = bytes_.get() + used_;
+    Fill(size);
+    if (source != nullptr) {
+      std::memcpy(place, source, size);
+    } else {
+      std::memset(place, 0, size);
+    }
   }
 
   std::size_t size_;

@@ -11,13 +11,6 @@ namespace {
 
 bool IsLearned(const MacEntry &entry) { return entry.kind == VS_MAC_ADDR_TYPE_LEARNED; }
 
-/** Compares as keys do. */
-std::uint64_t NumberOf(const MacKey &key) {
-  std::uint64_t number = key.vlan;
-  for (const std::uint8_t byte : key.address) number = number << 8 | byte;
-  return number;
-}
-
 }  // namespace
 
 std::string MacEntry::Save() const {
@@ -107,11 +100,6 @@ void MacTable::Expire(TimePoint now) noexcept {
   while (oldest_ != kNoSlot && now - items_[oldest_].entry.last_seen >= limits_.ageing) RemoveAt(oldest_);
 }
 
-std::span<const MacItem> MacTable::entries() const {
-  if (!is_sorted_) Sort();
-  return items_;
-}
-
 /** A learned entry still has to be linked. */
 Slot MacTable::Add(const MacItem &item) {
   // All that can fail comes first.
@@ -123,7 +111,6 @@ Slot MacTable::Add(const MacItem &item) {
   links_.emplace_back();
   const auto slot = static_cast<Slot>(items_.size() - 1);
   index_.Add(HashOf(item.key), slot);
-  is_sorted_ = is_sorted_ && (slot == 0 || items_[slot - 1].key < item.key);
   if (behind != nullptr) {
     ++*behind;
     ++learned_;
@@ -144,7 +131,6 @@ void MacTable::RemoveAt(Slot slot) noexcept {
   index_.Remove(HashOf(gone.key), slot);
   const auto last = static_cast<Slot>(items_.size() - 1);
   if (slot != last) {
-    is_sorted_ = false;
     items_[slot] = items_[last];
     links_[slot] = links_[last];
     index_.Replace(HashOf(items_[slot].key), last, slot);
@@ -178,28 +164,6 @@ void MacTable::NoteChange(const MacKey &key) noexcept {
     // Without the memory to tell which, all may have.
     changes_.NoteAll();
   }
-}
-
-void MacTable::Sort() const {
-  std::vector<std::pair<std::uint64_t, Slot>> order(items_.size());
-  for (Slot slot = 0; slot < items_.size(); ++slot) order[slot] = {NumberOf(items_[slot].key), slot};
-  std::ranges::sort(order);
-
-  std::vector<Slot> to(items_.size());
-  for (Slot slot = 0; slot < order.size(); ++slot) to[order[slot].second] = slot;
-  const auto moved = [&to](Slot slot) { return slot == kNoSlot ? kNoSlot : to[slot]; };
-  std::vector<MacItem> items(items_.size());
-  std::vector<Links> links(items_.size());
-  for (Slot slot = 0; slot < to.size(); ++slot) {
-    items[to[slot]] = items_[slot];
-    links[to[slot]] = {moved(links_[slot].older), moved(links_[slot].younger)};
-  }
-  items_ = std::move(items);
-  links_ = std::move(links);
-  index_.ReplaceAll(to);
-  oldest_ = moved(oldest_);
-  youngest_ = moved(youngest_);
-  is_sorted_ = true;
 }
 
 }  // namespace kestrel::host

@@ -124,8 +124,9 @@ class KESTREL_HOST_EXPORT MacTable {
     return found == learned_behind_.end() ? 0 : found->second;
   }
 
-  /** All of them in the order of their keys. The table sorts itself where it has changed since the last time. */
-  std::span<const MacItem> entries() const;
+  /** All of them, in an order that only what has happened to the table decides. To sort a large one would take longer
+      than to hand it out. */
+  std::span<const MacItem> entries() const { return items_; }
 
   ChangeList<MacKey> &changes() { return changes_; }
   const ChangeList<MacKey> &changes() const { return changes_; }
@@ -154,17 +155,14 @@ class KESTREL_HOST_EXPORT MacTable {
   void LinkAfter(Slot older, Slot slot) noexcept;
   void Unlink(Slot slot) noexcept;
   void NoteChange(const MacKey &key) noexcept;
-  void Sort() const;
 
   MacLimits limits_;
-  /** Sorting moves them and changes nothing that can be seen but the order. */
-  mutable std::vector<MacItem> items_;
+  std::vector<MacItem> items_;
   /** Of the same size. */
-  mutable std::vector<Links> links_;
-  mutable SlotIndex index_;
-  mutable Slot oldest_ = kNoSlot;
-  mutable Slot youngest_ = kNoSlot;
-  mutable bool is_sorted_ = true;
+  std::vector<Links> links_;
+  SlotIndex index_;
+  Slot oldest_ = kNoSlot;
+  Slot youngest_ = kNoSlot;
   std::size_t learned_ = 0;
   std::unordered_map<PortId, std::size_t> learned_behind_;
   ChangeList<MacKey> changes_;

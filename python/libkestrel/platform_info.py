@@ -51,7 +51,8 @@ def _loaded_libraries() -> tuple[Library, ...]:
     return tuple(Library(name, files[name]) for name in _SONAMES if name in files)
 
 
-def _version() -> str:
+def version() -> str:
+    """The version of this distribution, "unknown" where it is not installed."""
     try:
         return metadata.version("libkestrel")
     except metadata.PackageNotFoundError:
@@ -63,7 +64,7 @@ def platform_info() -> PlatformInfo:
     own = Path(__file__).resolve().parent / "lib"
     libraries = _loaded_libraries()
     return PlatformInfo(
-        version=_version(),
+        version=version(),
         module=Path(_libkestrel.__file__),
         libraries=libraries,
         embedded=bool(libraries) and all(lib.path.resolve().parent == own for lib in libraries),

@@ -108,7 +108,9 @@ class Run {
   }
 
   void Hear(PortId port, VlanId vlan, bool repairs) {
-    const std::size_t size = std::min<std::size_t>(Next() << 8 | Next(), rest_.size());
+    const std::size_t high = Next();
+    const std::size_t wanted = high << 8 | Next();
+    const std::size_t size = std::min(wanted, rest_.size());
     Octets bytes(rest_.begin(), rest_.begin() + static_cast<std::ptrdiff_t>(size));
     rest_ = rest_.subspan(size);
     if (size < kEthernetHeaderSize) return;

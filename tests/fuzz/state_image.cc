@@ -32,13 +32,15 @@ int StatusOf(Operation operation) {
   }
 }
 
+constexpr LinkStatus kLink{ZEL_LINK_STATE_UP, 1000, ZEL_LINK_DUPLEX_FULL};
+
 /** A host with a switch of its own, a client in it, and the NICs of some switches. */
 void Furnish(Host &host, const std::vector<SwitchState> &switches) {
-  host.AddNic("nic", {ZEL_LINK_STATE_UP, 1000, ZEL_LINK_DUPLEX_FULL});
+  host.AddNic("nic", kLink);
   for (const SwitchState &each : switches) {
     for (const Uplink &uplink : each.in_use.uplinks().Items()) {
       const std::string *nic = each.in_use.NicOf(uplink.id);
-      if (nic != nullptr && *nic != "nic") host.AddNic(*nic, {ZEL_LINK_STATE_UP, 1000, ZEL_LINK_DUPLEX_FULL});
+      if (nic != nullptr && *nic != "nic") host.AddNic(*nic, kLink);
     }
   }
   host.AddSwitch({.id = "id1", .portset = "DvsPortset-1", .alias = "dvs-1", .max_ports = 16});

@@ -1,4 +1,4 @@
-"""The examples of the package's objects and the README's: they run where the package is installed, and tell what is."""
+"""The examples of the package's objects: they run where the package is installed, and tell what is."""
 
 from __future__ import annotations
 
@@ -65,10 +65,3 @@ def test_every_family_of_objects_has_an_example(family: Path) -> None:
 def test_the_rehearsal_of_a_script_runs() -> None:
     told = output("-m", "pytest", "-p", "no:cacheprovider", str(ROOT / "examples" / "test_rehearsal.py"))
     assert told.startswith("...")
-
-
-def test_the_readmes_example_runs() -> None:
-    _before, code, _after = (ROOT / "README.md").read_text().split("## Objects\n")[1].split("```", 2)
-    told = output("-c", code.removeprefix("python\n"))
-    assert told.startswith("dvs-prod 1500 ['lag1']\ndvs-storage 9000 []\nswitch dvs-prod: set MTU: 1500 -> 9000\n")
-    assert told.endswith("2 changes made\n")

@@ -54,7 +54,10 @@ def test_the_wheel_holds_the_module_the_libraries_and_the_package() -> None:
     strays = {
         f for f in files if not f.startswith(("libkestrel/", "_libkestrel.", "_libkestrel-stubs/", "libkestrel-"))
     }
-    assert not {f for f in strays if "__pycache__" not in f}
+    assert {f for f in strays if "__pycache__" not in f} == {"../../../bin/kestrel"}
+    scenarios = {f"libkestrel/scenarios/{path.name}" for path in (ROOT / "examples" / "scenarios").glob("*.toml")}
+    assert scenarios
+    assert scenarios | {"libkestrel/cli/answers-1.json"} <= files
 
 
 def test_what_is_tested_is_what_is_installed() -> None:

@@ -11,7 +11,6 @@ from dataclasses import dataclass, field
 from pathlib import Path
 
 from headers.model import Headers
-from headers.stubs import error_classes
 
 PACKAGE = Path(__file__).resolve().parents[2] / "python" / "libkestrel"
 FLAT = "flat"
@@ -174,22 +173,19 @@ def _cell(names: list[str]) -> str:
 
 
 def body(headers: Headers) -> list[str]:
-    """The page: functions, then errors."""
+    """The page, by header."""
     covered = coverage(headers)
-    lines = ["## Functions", ""]
+    lines: list[str] = []
     headings = {f.name: f.header for f in headers.functions}
     for header in dict.fromkeys(headings[name] for name in covered):
-        lines += [f"### {header}", "", "| Function | In the package |", "|---|---|"]
+        lines += [f"## {header}", "", "| Function | In the package |", "|---|---|"]
         lines += [f"| `{name}` | {_cell(ways)} |" for name, ways in covered.items() if headings[name] == header]
         lines.append("")
-    lines += ["## Errors", "", "| Status | Class | Also a |", "|---|---|---|"]
-    for name, (constant, built_in) in error_classes(headers).items():
-        lines.append(f"| `{constant.name}` | `{name}` | {f'`{built_in}`' if built_in else ''} |")
     return lines
 
 
 INTRODUCTION = (
-    "Which names of `libkestrel` cover each function of the platform's libraries, and which error each status raises.\n"
+    "Which names of `libkestrel` cover each function of the platform's libraries.\n"
     "What the flat module adds of its own (constructors, accessors, conveniences) is access to records:\n"
     "[records](../records.md) cover it."
 )

@@ -12,6 +12,7 @@ from pathlib import Path
 
 from headers import c_source, coverage, model, object_classes, package_coverage, record_classes
 from headers.model import Function, Headers, Member, Parameter, Record
+from headers.stubs import error_classes
 
 ARRAYS = ("vidrangeArray", "pvlanmapentryArray")
 
@@ -249,8 +250,22 @@ def constants_page(headers: Headers) -> str:
     return _page("Constants", introduction, body)
 
 
+def statuses_page(headers: Headers) -> str:
+    """The statuses in the order of their numbers, and the errors that they raise."""
+    body = ["| Status | Number | Sentence | Error | Also a |", "|---|---|---|---|---|"]
+    for name, (constant, built_in) in error_classes(headers).items():
+        number = f"0x{constant.value:08x}"
+        also = f"`{built_in}`" if built_in else ""
+        body.append(f"| `{constant.name}` | {number} | {constant.text} | `errors.{name}` | {also} |")
+    introduction = (
+        "Every failure that a function can return, `ZEL_OK` being 0, and the error of `libkestrel` that it raises.\n"
+        "[errors.md](../errors.md) tells what to expect where."
+    )
+    return _page("Statuses", introduction, body)
+
+
 def package_page(headers: Headers) -> str:
-    """What of the package covers each function, and the errors."""
+    """What of the package covers each function."""
     return _page("The package", package_coverage.INTRODUCTION, package_coverage.body(headers))
 
 
@@ -282,6 +297,7 @@ def pages() -> dict[str, str]:
         "objects.md": objects_page(),
         "package.md": package_page(headers),
         "record_classes.md": record_classes_page(headers),
+        "statuses.md": statuses_page(headers),
     }
 
 

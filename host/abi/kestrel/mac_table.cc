@@ -19,55 +19,45 @@ zel_uint32 AgeOf(const MacEntry &entry, TimePoint now) {
   return static_cast<zel_uint32>(std::min<std::int64_t>(seconds, std::numeric_limits<zel_uint32>::max()));
 }
 
-VSMACEntry RecordOfEntry(const MacKey &key, const MacEntry &entry, TimePoint now) {
-  VSMACEntry record{};
+/** Member by member, as a table may have a million entries. */
+void WriteEntry(const MacItem &item, TimePoint now, VSMACEntry &record) {
+  const auto &[key, entry] = item;
   std::ranges::copy(key.address, record.macAddress);
   record.macAddrType = entry.kind;
   record.portID = entry.port;
   record.aging = entry.kind == VS_MAC_ADDR_TYPE_LEARNED ? 1 : 0;
   record.vid = key.vlan;
+  record.vni = ZEL_VIRTUAL_NETWORK_ID_NONE;
   record.elapsed = AgeOf(entry, now);
   record.macMove = entry.moves;
-  return record;
 }
 
-/** Calls `visit(key, entry)` for the entries of a switch, its clients' own among them, in the order of their keys. */
-template <typename Visit>
-void ForEachEntry(std::span<const MacItem> entries, std::span<const MacItem> stations, Visit visit) {
-  auto station = stations.begin();
-  for (const MacItem &item : entries) {
-    for (; station != stations.end() && station->key < item.key; ++station) visit(station->key, station->entry);
-    visit(item.key, item.entry);
-  }
-  for (; station != stations.end(); ++station) visit(station->key, station->entry);
-}
-
-/** The entries of one kind out of the part of the table for which `is_part(entry)` is true. */
+/** The entries of one kind out of the part of the table for which `is_part(entry)` is true, the clients' own first. */
 template <typename IsPart>
 VSMACTable *TableOf(const Host &host, const Switch &which, VSMACAddrType kind, IsPart is_part) {
   if (kind > VS_MAC_ADDR_TYPE_ALL) throw StatusError(ZEL_BAD_PARAM);
-  const auto is_wanted = [&](const MacEntry &entry) {
-    return (kind == VS_MAC_ADDR_TYPE_ALL || entry.kind == kind) && is_part(entry);
-  };
-  const std::span<const MacItem> entries = which.runtime.macs.entries();
   const std::vector<MacItem> stations = StationsOf(host, which);
-  std::size_t total = 0;
-  std::size_t count = 0;
-  for (const std::span<const MacItem> part : {entries, std::span<const MacItem>(stations)}) {
-    for (const MacItem &item : part) {
-      if (is_part(item.entry)) ++total;
-      if (is_wanted(item.entry)) ++count;
+  const std::span<const MacItem> entries = which.runtime.macs.entries();
+  const TimePoint now = host.clock().Now();
+  VSMACTable head{};
+  // One way through a table that may be large, so that its part is not counted before.
+  RecordBlock block(sizeof head + (stations.size() + entries.size()) * sizeof(VSMACEntry));
+  block.Append(head);
+  auto *const records = block.Room<VSMACEntry>();
+  for (const std::span<const MacItem> items : {std::span<const MacItem>(stations), entries}) {
+    for (const MacItem &item : items) {
+      if (!is_part(item.entry)) continue;
+      ++head.totalEntries;
+      if (kind == VS_MAC_ADDR_TYPE_ALL || item.entry.kind == kind) {
+        WriteEntry(item, now, records[head.numEntries++]);
+      }
     }
   }
-
-  RecordBlock block(sizeof(VSMACTable) + count * sizeof(VSMACEntry));
-  block.Append(VSMACTable{
-      .totalEntries = static_cast<zel_uint32>(total), .numEntries = static_cast<zel_uint32>(count), .macEntries = {}});
-  const TimePoint now = host.clock().Now();
-  ForEachEntry(entries, stations, [&](const MacKey &key, const MacEntry &entry) {
-    if (is_wanted(entry)) block.Append(RecordOfEntry(key, entry, now));
-  });
-  return block.Release<VSMACTable>();
+  block.Fill(head.numEntries * sizeof(VSMACEntry));
+  block.Trim();
+  auto *table = block.Release<VSMACTable>();
+  *table = head;
+  return table;
 }
 
 /** The place of a caller's entry in the table. The switch knows no overlay networks. */

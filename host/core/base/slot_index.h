@@ -71,13 +71,6 @@ class SlotIndex {
   /** An item has moved. */
   void Replace(std::uint32_t hash, Slot slot, Slot by) noexcept { cells_[PlaceOf(hash, slot)].slot = by; }
 
-  /** All items have moved: the one in slot i to slot to[i]. */
-  void ReplaceAll(const std::vector<Slot> &to) noexcept {
-    for (Cell &cell : cells_) {
-      if (cell.slot != kNoSlot) cell.slot = to[cell.slot];
-    }
-  }
-
  private:
   struct Cell {
     std::uint32_t hash = 0;

@@ -342,7 +342,7 @@ class SideBySide {
     const auto write = [](std::ostream &out, const MacKey &key, const std::string &port, TimePoint seen, auto moves) {
       out << key.vlan << ' ' << int{key.address[5]} << ' ' << port << ' ' << seen.count() << ' ' << moves << '\n';
     };
-    for (const auto &[key, entry] : net_.which().runtime.macs.entries()) {
+    for (const auto &[key, entry] : SortedEntries(net_.which().runtime.macs)) {
       write(host, key, net_.PortOf(key.vlan, key.address), entry.last_seen, entry.moves);
     }
     for (const ModelEntry &entry : model_.entries) write(model, entry.key, entry.port, entry.seen, entry.moves);

@@ -1,7 +1,9 @@
 /* A host that tests know by heart. */
 #pragma once
 
+#include <algorithm>
 #include <memory>
+#include <vector>
 
 #include "host/core/base/record_bytes.h"
 #include "host/core/host.h"
@@ -40,5 +42,12 @@ inline std::unique_ptr<Host> MakeTestHost() {
 }
 
 inline PortId IdOfPort(const Host &host, const char *port) { return host.FindSwitch(kAlias).config.PortNamed(port).id; }
+
+/** The entries of a table by VLAN, then by address. */
+inline std::vector<MacItem> SortedEntries(const MacTable &table) {
+  std::vector<MacItem> items(table.entries().begin(), table.entries().end());
+  std::ranges::sort(items, {}, &MacItem::key);
+  return items;
+}
 
 }  // namespace kestrel::host

@@ -1,0 +1,1 @@
+"""The commands of the first level: a module for each, whose `command` is the noun."""
