@@ -17,6 +17,7 @@ if TYPE_CHECKING:
     from typing import Any
 
     from libkestrel import enums, errors, host, lab, records
+    from libkestrel._platform_info import Library, PlatformInfo, platform_info
     from libkestrel.host import (
         AccessVlan,
         Host,
@@ -28,7 +29,6 @@ if TYPE_CHECKING:
         TeamingPolicy,
         TrunkVlan,
     )
-    from libkestrel.platform_info import Library, PlatformInfo, platform_info
 
 __all__ = [
     "AccessVlan",
@@ -52,7 +52,7 @@ __all__ = [
 
 _MODULES = ("enums", "errors", "host", "lab", "records")
 _PLATFORM_INFO = ("Library", "PlatformInfo", "platform_info")
-_HOMES = {name: "platform_info" if name in _PLATFORM_INFO else "host" for name in __all__ if name not in _MODULES}
+_HOMES = {name: "_platform_info" if name in _PLATFORM_INFO else "host" for name in __all__ if name not in _MODULES}
 """Names that live in a module of the package; the others are modules."""
 
 

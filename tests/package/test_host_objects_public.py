@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import gc
 import inspect
+import subprocess
 import sys
 from collections.abc import Iterator
 from typing import Any
@@ -37,6 +38,21 @@ def test_every_public_name_is_exported() -> None:
     assert set(libkestrel.__all__) <= set(dir(libkestrel))
     with pytest.raises(AttributeError):
         libkestrel.nothing
+
+
+@pytest.mark.parametrize("name", libkestrel.__all__)
+def test_a_name_is_the_same_whatever_was_imported_before(name: str) -> None:
+    """A module of a function's name would take its place once somebody has imported it."""
+    code = f"""
+import importlib, pkgutil, libkestrel
+for found in pkgutil.iter_modules(libkestrel.__path__, "libkestrel."):
+    importlib.import_module(found.name)
+value = libkestrel.{name}
+print(type(value).__name__, value.__name__)
+"""
+    done = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, check=True)
+    value = getattr(libkestrel, name)
+    assert done.stdout.split() == [type(value).__name__, value.__name__]
 
 
 # ---- Coverage ----

@@ -9,8 +9,8 @@ import sys
 from pathlib import Path
 
 from commands import tree
+from libkestrel._platform_info import version
 from libkestrel.cli import exits
-from libkestrel.platform_info import version
 
 _FILES = {
     "$XDG_STATE_HOME/kestrel/host.kestrel": "The host file; ~/.local/state in place of an unset XDG_STATE_HOME.",

@@ -58,7 +58,7 @@ class Nouns(click.Group):
 
 def _version(ctx: click.Context, _param: click.Parameter, wanted: bool) -> None:
     if wanted and not ctx.resilient_parsing:
-        from libkestrel.platform_info import version
+        from libkestrel._platform_info import version
 
         click.echo(f"kestrel {version()}")
         ctx.exit()

@@ -9,9 +9,9 @@ from typing import Any, TypeVar
 
 import _libkestrel
 
+from libkestrel._platform_info import platform_info
 from libkestrel.lab import _declarations
 from libkestrel.lab.errors import LabError, NotEmbeddedError
-from libkestrel.platform_info import platform_info
 
 _PREFIX = "kestrel_lab_"
 _Record = TypeVar("_Record", bound=ctypes.Structure)

@@ -33,8 +33,8 @@ def command(session: Session) -> None:
     """Tell which platform, library files and versions are in use."""
     from importlib import metadata
 
+    from libkestrel._platform_info import platform_info
     from libkestrel.cli.envelopes import VERSION
-    from libkestrel.platform_info import platform_info
 
     info = platform_info()
     session.show(

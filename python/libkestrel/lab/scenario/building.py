@@ -108,13 +108,8 @@ def _set_options(options: dict[str, int | str]) -> int:
                 entry = k.VSRuntimeOptions_add_int_option(packed, entry, name, code, value)
         assert first is not None
         assert entry is not None
-        k.VSRuntimeOptions_set_options_length(packed, _address(entry) - _address(first))
+        k.VSRuntimeOptions_set_options_length(packed, int(entry) - int(first))
         return int(k.VSZEL_SetRuntimeOptions(packed))
-
-
-def _address(pointer: Any) -> int:
-    """Where something lies, given as the flat module does or, once `libkestrel.records` is imported, as a record."""
-    return int(getattr(pointer, "this", pointer))
 
 
 def _plug(nic: Nic) -> None:
