@@ -16,7 +16,10 @@ from libkestrel.cli import exits
 from support.prompt import COMMAND, InProcess, Process
 
 REFUSALS = {
-    "switch show nothing": (3, "switch nothing: find switch: The object does not exist (ZEL_NOT_FOUND, 0x0bad0003)"),
+    "switch show nothing": (
+        3,
+        "switch nothing: find switch: The object does not exist (ZEL_NOT_FOUND, 0x0bad0003); there is dvs-office",
+    ),
     "port show dvs-office 999": (3, "port 999 of switch dvs-office: find port: The object does not exist"),
     "mac show 02:00:00:00:00:55": (3, "no switch knows 02:00:00:00:00:55"),
     "uplink show dvs-office vmnic7": (3, "switch dvs-office has no uplink vmnic7"),

@@ -4,7 +4,6 @@ from __future__ import annotations
 
 import io
 import os
-import pty
 import subprocess
 import sys
 import time
@@ -13,31 +12,7 @@ from pathlib import Path
 import pytest
 
 from libkestrel.cli import output, places, progress
-from support.prompt import COMMAND, InProcess, Process
-
-
-def on_terminal(kestrel: Process, *arguments: str, typed: str = "", **environment: str) -> tuple[int, str]:
-    """Runs a command on a terminal of its own: its exit code, and what appeared there."""
-    leader, follower = pty.openpty()
-    os.set_blocking(leader, True)
-    details = {"COLUMNS": "140", "LINES": "40"} | environment
-    with subprocess.Popen(
-        [*COMMAND, *arguments], stdin=follower, stdout=follower, stderr=follower, env=kestrel.environment(**details)
-    ) as running:
-        os.close(follower)
-        os.write(leader, typed.encode())
-        seen = b""
-        while True:
-            try:
-                part = os.read(leader, 4096)
-            except OSError:  # the terminal's other side has gone
-                break
-            if not part:
-                break
-            seen += part
-        code = running.wait()
-    os.close(leader)
-    return code, seen.decode().replace("\r\n", "\n")
+from support.prompt import InProcess, Process, on_terminal
 
 
 def test_a_pipe_gets_plain_aligned_lines(office: Process) -> None:

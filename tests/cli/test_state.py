@@ -10,7 +10,7 @@ import pytest
 
 from libkestrel import AccessVlan, Host
 from libkestrel.cli import images
-from support.prompt import COMMAND, InProcess, Process
+from support.prompt import COMMAND, InProcess, Process, on_terminal
 
 
 @pytest.fixture
@@ -39,6 +39,18 @@ def test_a_state_is_taken_elsewhere_and_is_the_same(office: Process, tmp_path: P
     again = tmp_path / "again.img"
     assert elsewhere("state", "export", str(again)).code == 0
     assert again.read_bytes() == image.read_bytes()
+
+
+def test_a_host_is_made_for_a_state_with_its_nics(office: Process, tmp_path: Path) -> None:
+    image = tmp_path / "office.img"
+    assert office("state", "export", str(image)).code == 0
+    elsewhere = Process(tmp_path / "elsewhere" / "host.kestrel")
+    looked = elsewhere("state", "import", str(image), "--check")
+    assert looked.code == 3
+    assert not elsewhere.path.exists()
+    assert elsewhere("state", "import", str(image)).code == 0
+    assert [row["nic"] for row in elsewhere("lab", "nics", "--json").data] == ["vmnic0", "vmnic1"]
+    assert elsewhere("topology").out == office("topology").out
 
 
 def test_a_state_goes_through_pipes(office: Process, tmp_path: Path) -> None:
@@ -85,6 +97,18 @@ def test_the_saved_configuration_can_be_loaded_and_everything_reset(here: InProc
     assert here("state", "sanitize").code == 0
     assert here("state", "reset", "--yes").code == 0
     assert here("vlan", "show", "dvs-office", "100", "--json").data["is_default"] is True
+
+
+def test_resetting_is_asked_about_on_a_terminal(office: Process) -> None:
+    code, seen = on_terminal(office, "state", "reset", typed="n\n")
+    assert code == 1
+    assert "kestrel: not confirmed; nothing has changed" in seen
+    assert office("vlan", "show", "dvs-office", "100", "--json").data["vlan"] == 10
+    code, seen = on_terminal(office, "state", "reset", typed="\x04")  # the end of what is typed
+    assert code == 130
+    code, seen = on_terminal(office, "state", "reset", typed="y\n")
+    assert code == 0
+    assert office("vlan", "show", "dvs-office", "100", "--json").data["vlan"] == 0
 
 
 def test_a_restart_and_a_new_host(office: Process) -> None:

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import json
 import os
+import pty
 import subprocess
 import sys
 from dataclasses import dataclass
@@ -80,3 +81,27 @@ class InProcess:
         code = app.run(["--host", str(self.path), *arguments])
         written = self._capture.readouterr()
         return Answer(code, written.out, written.err)
+
+
+def on_terminal(kestrel: Process, *arguments: str, typed: str = "", **environment: str) -> tuple[int, str]:
+    """Runs a command on a terminal of its own: its exit code, and what appeared there."""
+    leader, follower = pty.openpty()
+    os.set_blocking(leader, True)
+    details = {"COLUMNS": "140", "LINES": "40"} | environment
+    with subprocess.Popen(
+        [*COMMAND, *arguments], stdin=follower, stdout=follower, stderr=follower, env=kestrel.environment(**details)
+    ) as running:
+        os.close(follower)
+        os.write(leader, typed.encode())
+        seen = b""
+        while True:
+            try:
+                part = os.read(leader, 4096)
+            except OSError:  # the terminal's other side has gone
+                break
+            if not part:
+                break
+            seen += part
+        code = running.wait()
+    os.close(leader)
+    return code, seen.decode().replace("\r\n", "\n")

@@ -118,7 +118,7 @@ def _invoke(arguments: list[str]) -> int:
     except click.ClickException as error:
         click.echo(f"kestrel: {error.format_message()}", err=True)
         return exits.FAILED
-    except BrokenPipeError:
+    except (BrokenPipeError, click.Abort):
         raise
     except Exception as error:
         if _DEBUG in os.environ:

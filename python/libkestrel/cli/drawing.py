@@ -50,7 +50,7 @@ def _by_vlan(switch: Described) -> dict[str, list[dict[str, Any]]]:
 
 
 def _vlan_title(vlan: str) -> str:
-    return {"0": "untagged"}.get(vlan, f"VLAN {vlan}" if vlan[0].isdigit() else vlan)
+    return f"VLAN {vlan}" if vlan[0].isdigit() else vlan
 
 
 # ---- Lines ----

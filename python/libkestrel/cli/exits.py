@@ -43,12 +43,18 @@ def code_of_status(status: int) -> int:
     return REFUSED
 
 
-def _hint(status: int) -> str:
-    """What helps further where a file is not what it should be."""
+def _hint(error: Any) -> str:
+    """What helps further: the names that there are, or the command that tells more."""
     import _libkestrel as flat
 
-    of_files = (flat.ZEL_INVALID_METADATA, flat.ZEL_INVALID_TARGET, flat.ZEL_CHECKSUM_MISMATCH)
-    return "; `kestrel state verify` tells more about a file" if status in of_files else ""
+    if error.status in (flat.ZEL_INVALID_METADATA, flat.ZEL_INVALID_TARGET, flat.ZEL_CHECKSUM_MISMATCH):
+        return "; `kestrel state verify` tells more about a file"
+    if error.status == flat.ZEL_NOT_FOUND and getattr(error, "operation", "") == "find switch":
+        from libkestrel.cli import quick
+
+        names = [row["name"] for row in quick.switches()]
+        return f"; there is {', '.join(names)}" if names else "; there is no switch"
+    return ""
 
 
 def ending(error: Exception) -> tuple[int, str]:
@@ -62,7 +68,7 @@ def ending(error: Exception) -> tuple[int, str]:
     if isinstance(error, CommandError):
         return error.code, str(error)
     if isinstance(cause, (KestrelError, LabError)):
-        return code_of_status(cause.status), f"{cause}{_hint(cause.status)}"
+        return code_of_status(cause.status), f"{cause}{_hint(cause)}"
     if isinstance(error, ScenarioError):
         refused = isinstance(error.__cause__, Exception) and not isinstance(error.__cause__, OSError)
         return REFUSED if refused else USAGE, str(error)

@@ -48,6 +48,11 @@ def read(name: str) -> Scenario:
     return read_scenario(path_of(name))
 
 
+def described(name: str) -> str:
+    """What a scenario shows, in one line."""
+    return " ".join(read(name).description.split())
+
+
 def load(session: Session, name: str) -> Scenario:
     """Puts a scenario in the place of the host; the whole of it, or nothing."""
     from libkestrel.cli import progress

@@ -104,7 +104,7 @@ class Session:
             raise CommandError(f"there is no host at {self.path} yet: {hint}", exits.NOT_FOUND)
         click.echo(f"There is no host at {self.path} yet. Ready scenarios:", err=True)
         for name in names:
-            click.echo(f"  {name:16} {scenarios.read(name).description}", err=True)
+            click.echo(f"  {name:16} {scenarios.described(name)}", err=True)
         chosen = click.prompt("Load", type=click.Choice([*names, "none"]), default=names[0], err=True)
         if chosen == "none":
             raise CommandError(f"there is no host yet: {hint}", exits.NOT_FOUND)

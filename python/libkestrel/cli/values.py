@@ -83,14 +83,14 @@ def bytes_text(value: bytes) -> str:
 
 
 def vlan_text(policy: VlanPolicy) -> str:
-    """A VLAN policy as `kestrel vlan` shows it: "10", "trunk 5,10-19", "private 155"."""
+    """A VLAN policy as `kestrel vlan` shows it: "10", "untagged", "trunk 5,10-19", "private 155"."""
     from libkestrel.host import AccessVlan, TrunkVlan
 
     priority = " with priority" if policy.set_priority else ""
     if isinstance(policy, TrunkVlan):
         return f"trunk {ranges_text(policy.ranges)}{priority}"
     if isinstance(policy, AccessVlan):
-        return f"{policy.vlan}{priority}"
+        return f"{policy.vlan or 'untagged'}{priority}"
     return f"private {policy.secondary}{priority}"
 
 

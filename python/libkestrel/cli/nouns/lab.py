@@ -82,11 +82,7 @@ def scenarios(session: Session) -> None:
     from libkestrel.cli import scenarios as known
 
     session.show(
-        SCENARIOS,
-        [
-            SCENARIOS.row(name, " ".join(known.read(name).description.split()), str(known.path_of(name)))
-            for name in known.shipped()
-        ],
+        SCENARIOS, [SCENARIOS.row(name, known.described(name), str(known.path_of(name))) for name in known.shipped()]
     )
 
 

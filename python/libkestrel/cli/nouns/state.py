@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import sys
+from contextlib import suppress
 from pathlib import Path
 from typing import TYPE_CHECKING, Any
 
@@ -67,14 +68,17 @@ def export(session: Session, file: Path, saved: bool) -> None:
 @click.option("--plug", is_flag=True, help="Plug in NICs that the image names and the host lacks. Embedded host alone.")
 @pass_session
 def import_(session: Session, file: Path, configuration: bool, plug: bool) -> int:
-    """Put the state of an image in the place of all switches. "-" reads standard input."""
+    """Put the state of an image in the place of all switches. "-" reads standard input.
+
+    Where there is no host yet one is made, with the NICs that the image names.
+    """
     data = sys.stdin.buffer.read() if str(file) == "-" else file.read_bytes()
 
     def collect(plan: Plan) -> None:
         from libkestrel.cli import images, steps
 
         lacking = images.lacking_nics(data)
-        if lacking and not plug:
+        if lacking and not (plug or is_new):
             raise CommandError(
                 f"the image names NICs that this host lacks: {', '.join(lacking)}; --plug puts them in", NOT_FOUND
             )
@@ -89,9 +93,19 @@ def import_(session: Session, file: Path, configuration: bool, plug: bool) -> in
     def store_image() -> bytes:
         return session.host().store.image()
 
-    if not session.path.exists():
-        session.new_host()
+    is_new = not session.path.exists() and not session.check
+    if is_new:
+        _begin_empty(session)
     return session.change(collect)
+
+
+def _begin_empty(session: Session) -> None:
+    """Makes a host without anything on it, where hosts are made."""
+    from libkestrel import lab
+
+    session.new_host()
+    with suppress(lab.NotEmbeddedError):
+        lab.reset()
 
 
 @command.command(cls=Action)
@@ -144,5 +158,6 @@ def reset(session: Session, yes: bool) -> int:
     if not yes and not session.check:
         if not sys.stdin.isatty():
             raise click.UsageError("resetting everything has to be confirmed with --yes")
-        click.confirm("Bring every setting back to its default?", abort=True, err=True)
+        if not click.confirm("Bring every setting back to its default?", err=True):
+            raise CommandError("not confirmed; nothing has changed")
     return session.change(lambda plan: plan.store.reset_configuration())
