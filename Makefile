@@ -119,8 +119,8 @@ stubs: $(VENV)/test
 	PYTHONPATH=tools $(PYTHON) -m headers.stubs python
 
 ## lint: formatting, static checks of Python and types; warnings are errors
-lint: $(VENV)/lint $(VENV)/demo
-	clang-format --dry-run --Werror $(NATIVE_SOURCES)
+lint: $(VENV)/lint $(VENV)/demo $(VENV)/test
+	@clang-format --dry-run --Werror $(NATIVE_SOURCES)
 	ruff format --check $(PYTHON_SOURCES) $(PAGES)
 	ruff check $(PYTHON_SOURCES) $(PAGES)
 	mypy $(PYTHON_SOURCES)
@@ -131,7 +131,7 @@ tidy: $(VENV)/lint build
 
 ## format: bring all sources into shape
 format: $(VENV)/lint
-	clang-format -i $(NATIVE_SOURCES)
+	@clang-format -i $(NATIVE_SOURCES)
 	ruff format $(PYTHON_SOURCES) $(PAGES)
 	ruff check --fix $(PYTHON_SOURCES) $(PAGES)
 

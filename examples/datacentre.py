@@ -99,7 +99,7 @@ def print_macs() -> None:
 
 def print_lags() -> None:
     """The link aggregation group, whole and with a cable pulled."""
-    table = Table("Moment", "LAG", "State", "Members (in service in bold)", title=f"Link aggregation of {MACHINES}")
+    table = Table("Moment", "LAG", "State", "In service", "Out of service", title=f"Link aggregation of {MACHINES}")
 
     def rows(moment: str) -> None:
         status, lags = k.VSZEL_GetLAGTable(MACHINES)
@@ -108,9 +108,9 @@ def print_lags() -> None:
         for _ in range(k.VSLAGTable_numLAGs_get(lags)):
             up = k.VSLAGStatus_uplinkLinkupBitmap_get(lag)
             members = [k.VSLAGStatus_get_uplink_name(lag, i) for i in range(k.VSLAGStatus_numUplinks_get(lag))]
-            shown = ", ".join(f"[bold]{m}[/]" if up >> i & 1 else m for i, m in enumerate(members))
+            used, spare = ([m for i, m in enumerate(members) if (up >> i & 1) == is_used] for is_used in (1, 0))
             state = "up" if k.VSLAGStatus_state_get(lag) == k.ZEL_LINK_STATE_UP else "down"
-            table.add_row(moment, k.VSLAGStatus_get_name(lag), state, shown)
+            table.add_row(moment, k.VSLAGStatus_get_name(lag), state, ", ".join(used), ", ".join(spare) or "none")
             lag = k.VSLAGStatus_vs_lag_table_next_lag(lag)
         check(k.VSZEL_FreeMemory(lags), "release of the LAG table")
 

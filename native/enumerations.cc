@@ -44,7 +44,8 @@ int Make(int index) {
   const Ref arguments(Py_BuildValue("sO", spec.name, pairs.get()));
   const Ref keywords(Py_BuildValue("{ss}", "module", "libkestrel.enums"));
   Ref type(arguments && keywords ? PyObject_Call(base.get(), arguments.get(), keywords.get()) : nullptr);
-  if (!type) return -1;
+  const Ref doc(type ? PyUnicode_FromString(spec.doc) : nullptr);
+  if (!doc || PyObject_SetAttrString(type.get(), "__doc__", doc.get()) < 0) return -1;
   if (made[index].type) return 0;  // what ran meanwhile made it
   Made fresh;
   for (std::uint32_t i = spec.first; i < spec.first + spec.count; ++i) {

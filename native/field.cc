@@ -122,7 +122,43 @@ int SetField(const Field &field, PyObject *object, PyObject *value, bool initial
   return SetElements(field, record, value);
 }
 
-int Set(PyObject *self, PyObject *object, PyObject *value) { return SetField(Cast(self), object, value, false); }
+/** Whether members take values without detours: memory of the record's own, on whose length they have no say. */
+bool IsPlain(const Field &field, const Record &record) {
+  const FieldSpec &spec = *field.spec;
+  return record.state == State::kOwn && spec.shape == Shape::kValue && !spec.read_only && !field.cls->spec->table;
+}
+
+/** Stores an int; false, with nothing changed, for what takes more thought. */
+bool SetInteger(const Element &element, char *place, PyObject *value) {
+  if (element.kind > Kind::kS32 || element.kind == Kind::kU64) return false;
+  int overflow = 0;
+  const long long number = PyLong_AsLongLongAndOverflow(value, &overflow);
+  if (overflow || !FitsInteger(element, number)) return false;
+  StoreInteger(element, place, static_cast<std::uint64_t>(number));
+  return true;
+}
+
+/** Stores a text; false, with nothing changed, for what takes more thought. */
+bool SetText(const Element &element, char *place, PyObject *value) {
+  if ((element.kind != Kind::kText && element.kind != Kind::kName) || !PyUnicode_IS_COMPACT_ASCII(value)) return false;
+  const auto length = static_cast<std::size_t>(PyUnicode_GET_LENGTH(value));
+  const void *text = PyUnicode_DATA(value);
+  if (length >= element.width || std::memchr(text, 0, length)) return false;
+  std::memcpy(place, text, length);
+  std::memset(place + length, 0, element.width - length);
+  return true;
+}
+
+int Set(PyObject *self, PyObject *object, PyObject *value) {
+  const Field &field = Cast(self);
+  if (value && Py_TYPE(object) == field.type && IsPlain(field, *reinterpret_cast<Record *>(object))) {
+    const Element &element = field.spec->element;
+    char *place = reinterpret_cast<Record *>(object)->data + field.spec->offset;
+    if (PyLong_CheckExact(value) && SetInteger(element, place, value)) return 0;
+    if (PyUnicode_CheckExact(value) && SetText(element, place, value)) return 0;
+  }
+  return SetField(field, object, value, false);
+}
 
 // ---- What a descriptor tells about its field ----
 

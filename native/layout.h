@@ -79,6 +79,7 @@ struct EnumeratorSpec {
 
 struct EnumerationSpec {
   const char *name;
+  const char *doc;
   std::uint32_t first;
   std::uint32_t count;
 };

@@ -603,6 +603,13 @@ PyObject *Copy(PyObject *self, PyObject *) {
   return copy.release();
 }
 
+/** The address, which pointer objects tell the same way: scripts that ask one for it may be handed a record. */
+PyObject *Address(PyObject *self) {
+  auto *record = reinterpret_cast<Record *>(self);
+  if (record->state == State::kBeyond) return PyNumber_Long(record->pointer);
+  return Memory(record) ? PyLong_FromVoidPtr(record->data) : nullptr;
+}
+
 PyObject *Enter(PyObject *self, PyObject *) {
   return Memory(reinterpret_cast<Record *>(self)) ? Py_NewRef(self) : nullptr;
 }
@@ -671,6 +678,7 @@ PyType_Slot record_slots[] = {
     {Py_tp_hash, reinterpret_cast<void *>(PyObject_HashNotImplemented)},
     {Py_tp_methods, methods},
     {Py_tp_getset, properties},
+    {Py_nb_int, reinterpret_cast<void *>(Address)},
     {Py_bf_getbuffer, reinterpret_cast<void *>(GetRecordBuffer)},
     {Py_bf_releasebuffer, reinterpret_cast<void *>(ReleaseRecordBuffer)},
     {0, nullptr},

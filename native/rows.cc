@@ -13,7 +13,7 @@ namespace kestrel::records {
 
 namespace {
 
-/** Numbers that stood in a column lately: port identifiers, VLANs and ages come again and again. */
+/** Numbers that stood in a column lately, as objects: port identifiers, VLANs and ages come again and again. */
 class Recent {
  public:
   Recent() = default;
@@ -25,13 +25,25 @@ class Recent {
 
   PyObject *Number(std::uint64_t number) {
     Entry &entry = entries_[number % entries_.size()];
-    if (!entry.object || entry.number != number) {
-      PyObject *fresh = PyLong_FromUnsignedLongLong(number);
-      if (!fresh) return nullptr;
-      entry.number = number;
-      Py_XSETREF(entry.object, fresh);
+    if (entry.object && entry.number == number) [[likely]] {
+      return Py_NewRef(entry.object);
     }
-    return Py_NewRef(entry.object);
+    PyObject *fresh = PyLong_FromUnsignedLongLong(number);
+    return fresh ? Keep(number, fresh) : nullptr;
+  }
+
+  /** What was kept of a number; borrowed, null for nothing. */
+  PyObject *Find(std::uint64_t number) const {
+    const Entry &entry = entries_[number % entries_.size()];
+    return entry.number == number ? entry.object : nullptr;
+  }
+
+  /** Keeps what a number is in Python, and gives it back. */
+  PyObject *Keep(std::uint64_t number, PyObject *object) {
+    Entry &entry = entries_[number % entries_.size()];
+    entry.number = number;
+    Py_XSETREF(entry.object, Py_NewRef(object));
+    return object;
   }
 
  private:
@@ -43,7 +55,7 @@ class Recent {
 };
 
 /** How rows read a column: the frequent ways by themselves, without anything of Python's running. */
-enum class Way : std::uint8_t { kMac, kFlag, kU16, kU32, kU64, kFixed, kOther };
+enum class Way : std::uint8_t { kMac, kFlag, kU16, kU32, kU64, kEnumerator, kFixed, kOther };
 
 struct Source {
   Element element;
@@ -65,20 +77,31 @@ PyObject *LoadFixed(const Source &source, Record *root, char *place) {
   return values.release();
 }
 
+PyObject *LoadEnumerator(Source *source, Record *root, char *place) {
+  const auto number = static_cast<std::uint64_t>(LoadInteger(source->element, place));
+  PyObject *known = source->recent.Find(number);
+  if (known) return Py_NewRef(known);
+  PyObject *value = Load(source->element, root, place);
+  if (value && !Memory(root)) Py_CLEAR(value);  // making it may have run anything
+  return value ? source->recent.Keep(number, value) : nullptr;
+}
+
 /** The memory is there when this is called. */
-PyObject *LoadSource(Source *source, Record *root, char *row) {
+inline PyObject *LoadSource(Source *source, Record *root, char *row) {
   char *place = row + source->offset;
   switch (source->way) {
     case Way::kMac:
       return NewMacAddress(place);
     case Way::kFlag:
-      return PyBool_FromLong(*place);
+      return Py_NewRef(*place ? Py_True : Py_False);
     case Way::kU16:
       return source->recent.Number(LoadAs<std::uint16_t>(place));
     case Way::kU32:
       return source->recent.Number(LoadAs<std::uint32_t>(place));
     case Way::kU64:
       return source->recent.Number(LoadAs<std::uint64_t>(place));
+    case Way::kEnumerator:
+      return LoadEnumerator(source, root, place);
     case Way::kFixed:
       return LoadFixed(*source, root, place);
     case Way::kOther:
@@ -93,7 +116,8 @@ Way WayOf(const Element &element, bool fixed) {
   if (fixed) return Way::kFixed;
   if (element.kind == Kind::kMac) return Way::kMac;
   if (element.kind == Kind::kFlag) return Way::kFlag;
-  if (element.bit_count || element.target >= 0) return Way::kOther;
+  if (element.bit_count) return Way::kOther;
+  if (element.target >= 0) return element.kind <= Kind::kS32 ? Way::kEnumerator : Way::kOther;
   if (element.kind == Kind::kU16) return Way::kU16;
   if (element.kind == Kind::kU32) return Way::kU32;
   return element.kind == Kind::kU64 ? Way::kU64 : Way::kOther;
@@ -131,9 +155,10 @@ PyObject *NewRow(const RowsObject &rows, Py_ssize_t index) {
   Ref row(PyTuple_New(width));
   // Making a tuple may run the collector, and with it anything.
   if (!row || !Memory(rows.root)) return nullptr;
+  char *place = rows.data + index * rows.stride;
+  Source *source = rows.sources->data();
   for (Py_ssize_t k = 0; k < width; ++k) {
-    Source *source = &(*rows.sources)[static_cast<std::size_t>(k)];
-    PyObject *value = LoadSource(source, rows.root, rows.data + index * rows.stride);
+    PyObject *value = LoadSource(source++, rows.root, place);
     if (!value) return nullptr;
     PyTuple_SET_ITEM(row.get(), k, value);
   }

@@ -151,8 +151,8 @@ void ReadingMacTable() {
                                                 std::memcpy(warm.data(), table, size);
                                                 Keep(warm.data());
                                               }});
-  std::printf("  %u entries, %.0f MB: learned in %.0f ns each, first read %.1f ms\n",
-              unsigned{table->numEntries}, static_cast<double>(size) / 1e6, learning / kEntries * 1e9, first * 1e3);
+  std::printf("  %u entries, %.0f MB: learned in %.0f ns each, first read %.1f ms\n", unsigned{table->numEntries},
+              static_cast<double>(size) / 1e6, learning / kEntries * 1e9, first * 1e3);
   std::printf("  read %.2f ms; memcpy into new memory %.2f ms, ratio %.2f; into memory in use %.2f ms, ratio %.2f\n",
               times[0] * 1e3, times[1] * 1e3, times[0] / times[1], times[2] * 1e3, times[0] / times[2]);
   VSZEL_FreeMemory(table);

@@ -42,13 +42,4 @@ void CheckAdapter(const Adapter &adapter) {
   for (const MacAddress &group : adapter.groups) Require(IsGroup(group));
 }
 
-MacAddress AddressOfClient(std::uint32_t port) {
-  return {0x02,
-          0x4c,
-          static_cast<std::uint8_t>(port >> 24),
-          static_cast<std::uint8_t>(port >> 16),
-          static_cast<std::uint8_t>(port >> 8),
-          static_cast<std::uint8_t>(port)};
-}
-
 }  // namespace kestrel::host

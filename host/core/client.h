@@ -47,7 +47,4 @@ struct KESTREL_HOST_EXPORT Client {
     are none, ZEL_LIMIT_EXCEEDED for more than VS_ETH_MAX_EXACT_MULTICAST_ADDRS of them. */
 void CheckAdapter(const Adapter &adapter);
 
-/** The address of a client that comes to a port without one: no two ports of a host ever have the same identifier. */
-MacAddress AddressOfClient(std::uint32_t port);
-
 }  // namespace kestrel::host

@@ -5,6 +5,7 @@
 
 #include "host/core/base/errors.h"
 #include "host/core/both.h"
+#include "host/core/frames/mac_address.h"
 #include "host/core/host.h"
 #include "host/core/teaming/team_watch.h"
 #include "kestrel/constants.h"

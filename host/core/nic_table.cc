@@ -6,6 +6,7 @@
 #include "host/core/base/errors.h"
 #include "host/core/base/fnv_hash.h"
 #include "host/core/base/names.h"
+#include "host/core/frames/mac_address.h"
 #include "kestrel/constants.h"
 
 namespace kestrel::host {

@@ -43,13 +43,24 @@ class KestrelError(Exception):
         return type(self), (self.status, self.name, self.text, self.operation, self.object)
 
 
+def sentence(status: int) -> str:
+    """The platform's sentence for a status. OverflowError for a number that no status is."""
+    if not -(2**31) <= status < 2**31:
+        raise OverflowError(f"a status is a number of 32 bits, not {status}")
+    return str(flat.ZEL_ReturnStatusToString(status))
+
+
 def error(status: int, operation: str = "", object: str = "") -> KestrelError:  # noqa: A002
-    """The error that a status stands for; a status without a class of its own gives a plain KestrelError."""
+    """The error that a status stands for; a status without a class of its own gives a plain KestrelError.
+
+    OverflowError for a number that no status is.
+    """
     from libkestrel import errors
 
+    text = sentence(status)
     name = errors.status_name(status)
     kind = errors.class_of(status)
-    return kind(status, name, str(flat.ZEL_ReturnStatusToString(status)), operation, object)
+    return kind(status, name, text, operation, object)
 
 
 def check(status: int, operation: str = "", object: str = "") -> None:  # noqa: A002

@@ -7,10 +7,14 @@ from enum import IntEnum, IntFlag
 __all__: list[str]
 
 class zel_MgmtCallbackLocation(IntEnum):
+    """Where a management callback runs."""
+
     ZEL_MGMT_CALLBACK_KERNEL = 1
     ZEL_MGMT_CALLBACK_USER = 2
 
 class zel_MgmtParmType(IntEnum):
+    """Ways that parameters of management callbacks go."""
+
     ZEL_MGMT_PARMTYPE_IN = 0
     ZEL_MGMT_PARMTYPE_OUT = 1
     ZEL_MGMT_PARMTYPE_INOUT = 2
@@ -19,29 +23,41 @@ class zel_MgmtParmType(IntEnum):
     ZEL_MGMT_PARMTYPE_VECTOR_INOUT = 5
 
 class zel_IntrTriggerType(IntEnum):
+    """How an interrupt line triggers."""
+
     ZEL_INTR_TRIGGER_LEVEL = 0
     ZEL_INTR_TRIGGER_EDGE = 1
 
 class zel_IntrPolarityType(IntEnum):
+    """The level at which an interrupt line is active."""
+
     ZEL_INTR_POLARITY_LOW = 0
     ZEL_INTR_POLARITY_HIGH = 1
 
 class zel_AttrType(IntEnum):
+    """Types of attributes."""
+
     ZEL_ATTR_TYPE_INVALID = 0
     ZEL_ATTR_TYPE_BOOL = 1
     ZEL_ATTR_TYPE_INT64 = 2
     ZEL_ATTR_TYPE_STRING = 3
 
 class zel_LinkState(IntEnum):
+    """States of a link."""
+
     ZEL_LINK_STATE_DOWN = 0
     ZEL_LINK_STATE_UP = 1
 
 class zel_LinkDuplex(IntEnum):
+    """Duplex modes of a link."""
+
     ZEL_LINK_DUPLEX_AUTO = -1
     ZEL_LINK_DUPLEX_HALF = 1
     ZEL_LINK_DUPLEX_FULL = 2
 
 class DVSPortType(IntEnum):
+    """Kinds of distributed port."""
+
     DVSPORT_TYPE_INVALID = 0
     DVSPORT_TYPE_ACTIVE = 1
     DVSPORT_TYPE_SHADOW = 2
@@ -49,6 +65,8 @@ class DVSPortType(IntEnum):
     DVSPORT_TYPE_LOCALCACHE = 4
 
 class DVMirrorVersion(IntEnum):
+    """Versions of the mirror-session format."""
+
     VS_DVMIRROR_VERSION_V1 = 1
     VS_DVMIRROR_VERSION_V2 = 2
     VS_DVMIRROR_VERSION_V3 = 3
@@ -56,6 +74,8 @@ class DVMirrorVersion(IntEnum):
     VS_DVMIRROR_VERSION_UNSUPPORTED = 5
 
 class DVMirrorSessionType(IntEnum):
+    """Types of mirror sessions, which tell what destinations they have."""
+
     VS_DVMIRROR_SESSIONTYPE_MIXDST = 0
     VS_DVMIRROR_SESSIONTYPE_DVPORT = 1
     VS_DVMIRROR_SESSIONTYPE_RMIRROR_SRC = 2
@@ -64,6 +84,8 @@ class DVMirrorSessionType(IntEnum):
     VS_DVMIRROR_SESSIONTYPE_LOGICAL_DVPORT = 5
 
 class DVMirrorEntityType(IntEnum):
+    """Kinds of mirror entity."""
+
     MIRROR_ENTTYPE_DVPORT = 0
     MIRROR_ENTTYPE_UPLINK = 1
     MIRROR_ENTTYPE_VLAN = 2
@@ -72,6 +94,8 @@ class DVMirrorEntityType(IntEnum):
     MIRROR_ENTTYPE_MAC = 5
 
 class DVMirrorFilterType(IntEnum):
+    """Encapsulations that a session over uplinks mirrors."""
+
     MIRROR_UPLINK_FILTER_NONE = 0
     MIRROR_UPLINK_FILTER_NORMAL = 1
     MIRROR_UPLINK_FILTER_STT = 2
@@ -81,39 +105,53 @@ class DVMirrorFilterType(IntEnum):
     MIRROR_UPLINK_FILTER_TYPE_MAX = 6
 
 class DVMirrorEncapType(IntEnum):
+    """Encapsulations of mirrored frames."""
+
     DVMIRROR_ENCAP_GRE = 0
     DVMIRROR_ENCAP_ERSPAN2 = 1
     DVMIRROR_ENCAP_ERSPAN3 = 2
     DVMIRROR_ENCAP_TYPE_MAX = 3
 
 class DVMirrorFilterAction(IntEnum):
+    """What a mirror filter rule does."""
+
     ACTION_DONT_MIRROR = 0
     ACTION_MIRROR = 1
     ACTION_MAX = 2
 
 class ForwardingMode(IntEnum):
+    """IP versions that a switch forwards."""
+
     FORWARDING_MODE_INVALID = 0
     FORWARDING_MODE_IPV4_ONLY = 1
     FORWARDING_MODE_IPV6_ONLY = 2
     FORWARDING_MODE_IPV4_AND_IPV6 = 3
 
 class VSMACAddrType(IntEnum):
+    """How an address came into a MAC table."""
+
     VS_MAC_ADDR_TYPE_STATIC = 0
     VS_MAC_ADDR_TYPE_USER = 1
     VS_MAC_ADDR_TYPE_LEARNED = 2
     VS_MAC_ADDR_TYPE_ALL = 3
 
 class VSPortMACLearningLimitPolicy(IntEnum):
+    """What becomes of frames from addresses beyond a port's limit."""
+
     VSPORT_MAC_LEARNING_LIMIT_POLICY_ALLOW = 0
     VSPORT_MAC_LEARNING_LIMIT_POLICY_DROP = 1
 
 class VSMcastFilterMode(IntEnum):
+    """Multicast filtering modes."""
+
     VS_MCAST_FILTER_MODE_LEGACY = 0
     VS_MCAST_FILTER_MODE_SNOOPING = 1
     VS_MCAST_FILTER_MODE_IGMP = 2
     VS_MCAST_FILTER_MODE_MLD = 3
 
 class VS_PortClientType(IntEnum):
+    """Kinds of port client."""
+
     VS_PORT_CLIENT_UNKNOWN = 0
     VS_PORT_CLIENT_TCPIP = 1
     VS_PORT_CLIENT_VNIC = 2
@@ -121,6 +159,8 @@ class VS_PortClientType(IntEnum):
     VS_PORT_CLIENT_LAG = 4
 
 class VSVlanTPFlags(IntFlag):
+    """Bits of a port's VLAN flags."""
+
     VS_VLAN_TP_FLAG_TAGGED_INPUT = 1
     VS_VLAN_TP_FLAG_TAGGED_OUTPUT = 2
     VS_VLAN_TP_FLAG_OVERWRITE_VID = 4
@@ -130,14 +170,20 @@ class VSVlanTPFlags(IntFlag):
     VS_VLAN_TP_FLAG_ALLOW_NESTEDTAG = 65536
 
 class trv_RCFInsnType(IntEnum):
+    """Instruction sets of the receive filters."""
+
     TRV_RCF_INSN_TYPE_CBPF = 0
     TRV_RCF_INSN_TYPE_EBPF = 1
     TRV_RCF_INSN_TYPE_MAX = 2
 
 class VSListType(IntEnum):
+    """Kinds of switch list."""
+
     VS_LIST_PS = 1
     VS_LIST_DVS_ALIAS = 2
 
 class RTMIOCtlMode(IntEnum):
+    """What is done to the enhanced datapath."""
+
     RTM_IOCCMD_ENS_DEACTIVATE = 0
     RTM_IOCCMD_ENS_ACTIVATE = 1

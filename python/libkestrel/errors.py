@@ -18,7 +18,7 @@ from functools import cache
 
 import _libkestrel as flat
 
-from libkestrel._kestrel_error import KestrelError, check, error
+from libkestrel._kestrel_error import KestrelError, check, error, sentence
 
 _BUILT_INS: dict[str, type[Exception]] = {
     "BadAddrRange": ValueError,
@@ -72,7 +72,7 @@ def class_name(status_name: str) -> str:
 
 _CLASSES = {class_name(name): name for name in _STATUSES.values()}
 
-__all__ = ["KestrelError", "check", "class_name", "class_of", "error", "status_name", *_CLASSES]
+__all__ = ["KestrelError", "check", "class_name", "class_of", "error", "sentence", "status_name", *_CLASSES]
 
 
 def status_name(status: int) -> str:

@@ -5,6 +5,7 @@
 from libkestrel._kestrel_error import KestrelError as KestrelError
 from libkestrel._kestrel_error import check as check
 from libkestrel._kestrel_error import error as error
+from libkestrel._kestrel_error import sentence as sentence
 
 __all__: list[str]
 

@@ -18,7 +18,9 @@ class Library:
     """A platform library as it is loaded: its soname and the file it came from."""
 
     soname: str
+    """The name that the loader knows it by."""
     path: Path
+    """The file."""
 
 
 @dataclass(frozen=True)

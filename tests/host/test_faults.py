@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import pickle
 import re
 from collections.abc import Callable, Iterator
 from typing import Any
@@ -11,7 +12,7 @@ import pytest
 
 from headers import fault_functions, laboratory
 from headers.model import Function
-from libkestrel import lab
+from libkestrel import errors, lab
 from support.functions import FUNCTIONS, HEADERS, OVERLOADED, call, plain_arguments
 
 FUNCTION = "VSDVS_SetMTU"
@@ -204,10 +205,13 @@ def test_an_error_tells_what_failed_in_words() -> None:
     with pytest.raises(lab.LabError) as caught:
         lab.arm("nothing", status=1)
     assert str(caught.value) == (
-        "fault for nothing: The object does not exist (the platform has no function nothing that can fail) "
-        "[ZEL_NOT_FOUND]"
+        "fault for nothing: The object does not exist (ZEL_NOT_FOUND, 0x0bad0003): "
+        "the platform has no function nothing that can fail"
     )
-    assert caught.value.sentence == k.ZEL_ReturnStatusToString(k.ZEL_NOT_FOUND)
+    assert isinstance(caught.value, errors.KestrelError)
+    assert (caught.value.operation, caught.value.name) == ("fault for nothing", "ZEL_NOT_FOUND")
+    again = pickle.loads(pickle.dumps(caught.value))
+    assert (type(again), str(again)) == (lab.LabError, str(caught.value))
 
 
 def test_the_python_declarations_are_what_the_header_says() -> None:

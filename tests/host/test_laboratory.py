@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import copy
 import gc
 import os
 import struct
@@ -453,11 +454,11 @@ with lab.transaction():
 lab.clock.advance(5)
 """
 AGAIN = """
-from libkestrel import lab
+from libkestrel import errors, lab
 print([nic.name for nic in lab.nics()], lab.clients("s"), lab.clock.now())
 with lab.fault("VSDVS_SetMTU", disk_full=True):
     import _libkestrel as k
-    print(lab.errors.status_name(k.VSDVS_SetMTU("s", 9000)), k.VSDVS_SetMTU("s", 4000))
+    print(errors.status_name(k.VSDVS_SetMTU("s", 9000)), k.VSDVS_SetMTU("s", 4000))
 """
 
 
@@ -494,3 +495,41 @@ def test_on_another_platform_there_is_no_laboratory(tmp_path: Path) -> None:
         "the laboratory belongs to the embedded host, and this process runs on another platform: "
         f"{tmp_path}/libmorrow.so\n"
     )
+
+
+@pytest.mark.parametrize("wrong", [None, 5, 2**64, ["a"], object()])
+def test_what_is_no_text_is_no_name(wrong: Any) -> None:
+    for call in (lab.pull, lab.clients, lambda name: lab.connect_nic(SWITCH, name, "vmnic0"), lab.nic):
+        with pytest.raises((TypeError, lab.LabError)):
+            call(wrong)
+    with pytest.raises(TypeError):
+        lab.disconnect(wrong, "a")
+
+
+def test_numbers_and_durations_are_what_the_library_can_take() -> None:
+    with pytest.raises(OverflowError):
+        lab.set_client_node(SWITCH, "a", 2**32)
+    for wrong in ("60", b"60", [60], None):
+        with pytest.raises(TypeError):
+            lab.clock.advance(wrong)  # type: ignore[arg-type]
+
+
+def test_a_snapshot_is_kept_once() -> None:
+    with pytest.raises(TypeError, match="cannot be copied"):
+        copy.copy(lab.snapshot())
+
+
+class Longer(bytes):
+    """Says that it is longer than it is."""
+
+    def __len__(self) -> int:
+        return 1000
+
+
+def test_frames_are_as_long_as_their_bytes(tmp_path: Any) -> None:
+    frame = lab.ethernet("ff:ff:ff:ff:ff:ff", "02:00:00:00:00:01", payload=b"x" * 46)
+    with lab.capture(SWITCH, "a", "in") as captured:
+        lab.send(SWITCH, "a", Longer(frame))
+    assert [each.data for each in captured] == [frame]
+    lab.write_pcap(tmp_path / "one.pcap", [lab.Frame(Longer(frame))])
+    assert (tmp_path / "one.pcap").stat().st_size == 24 + 16 + len(frame)

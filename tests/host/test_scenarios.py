@@ -2,6 +2,9 @@
 
 from __future__ import annotations
 
+import os
+import subprocess
+import sys
 import tomllib
 from collections.abc import Iterator
 from pathlib import Path
@@ -322,3 +325,19 @@ def test_what_the_host_refuses_is_told_with_its_place_and_leaves_the_host_as_it_
 
 def test_the_page_about_the_format_is_what_the_classes_say() -> None:
     assert (ROOT / "docs" / "scenarios.md").read_text() == scenario_page.page(), "run `make reference`"
+
+
+# ---- The demonstration ----
+
+
+def test_the_demonstration_says_which_members_of_a_group_are_in_service() -> None:
+    environment = os.environ | {"COLUMNS": "200"}
+    environment.pop("KESTREL_HOST", None)
+    command = [sys.executable, str(ROOT / "examples" / "datacentre.py")]
+    shown = subprocess.run(command, env=environment, capture_output=True, text=True, check=True).stdout
+    rows = [[cell.strip() for cell in line.split("│")[1:-1]] for line in shown.splitlines() if "│ lag1 " in line]
+    assert rows == [
+        ["at first", "lag1", "up", "vmnic0, vmnic1", "none"],
+        ["the cable of vmnic1 is pulled", "lag1", "up", "vmnic0", "vmnic1"],
+        ["and back", "lag1", "up", "vmnic0, vmnic1", "none"],
+    ]

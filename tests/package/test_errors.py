@@ -63,6 +63,8 @@ def test_statuses_without_a_name_are_told_by_number() -> None:
     assert caught.value.name == "0xfffffffb"
     with pytest.raises(errors.GenericLinuxError):
         errors.check(_libkestrel.ZEL_GENERIC_LINUX_ERROR + 5)
+    with pytest.raises(OverflowError):
+        errors.check(2**31)
     errors.check(_libkestrel.ZEL_OK)
     assert errors.status_name(_libkestrel.ZEL_OK) == "ZEL_OK"
 

@@ -2,8 +2,13 @@
 
 from __future__ import annotations
 
+import os
+import signal
+import subprocess
+import sys
 from collections.abc import Iterator
 from contextlib import contextmanager
+from pathlib import Path
 from typing import Any
 
 import _libkestrel
@@ -189,3 +194,60 @@ def test_a_plan_is_one_transaction_of_the_embedded_host(bench: host.Switch) -> N
     assert bench.stored.max_ports == 8
     assert plan.apply() == 1001
     assert bench.port("n499").vlan == AccessVlan(500)
+
+
+# ---- Durability ----
+
+THOUSAND = """
+import os, signal
+from libkestrel import AccessVlan, Host
+from libkestrel.host import Change
+
+def die():
+    os.kill(os.getpid(), signal.SIGKILL)
+
+with Host().plan() as plan:
+    switch = plan.switches.create("dvs-many", "many", max_ports=1000)
+    for i in range(500):
+        switch.ports.add(f"n{i}").vlan = AccessVlan(i + 1)
+        if i == STOP:
+            plan.take(Change("process", "end", 1, 2, die))
+print(len(plan), flush=True)
+plan.apply()
+die()
+"""
+LOOK = """
+from libkestrel import Host
+switches = Host().switches
+vlans = [port.vlan.vlan for port in switches["dvs-many"].ports.values()] if "dvs-many" in switches else []
+print(len(vlans), sum(vlans))
+"""
+
+
+def run_on(file: Path, code: str) -> tuple[int, str]:
+    """How an interpreter with its host in a file ends, and what it prints."""
+    environment = {**os.environ, "KESTREL_HOST": str(file)}
+    done = subprocess.run([sys.executable, "-c", code], env=environment, capture_output=True, text=True, check=False)
+    assert done.stderr == ""
+    return done.returncode, done.stdout.strip()
+
+
+def commits(file: Path) -> int:
+    """How many transactions the log beside a host file holds: pages that say how long the file is after them."""
+    log = file.with_name(f"{file.name}-wal").read_bytes()
+    page = int.from_bytes(log[8:12], "big")
+    salt = log[16:24]
+    frames = [log[start : start + 24] for start in range(32, len(log), 24 + page)]
+    return sum(frame[4:8] != bytes(4) for frame in frames if frame[8:16] == salt)
+
+
+@pytest.mark.parametrize(("stop", "found"), [(-1, "500 125250"), (250, "0 0")])
+def test_a_thousand_changes_outlive_the_process_or_none_does(tmp_path: Path, stop: int, found: str) -> None:
+    file = tmp_path / "host"
+    assert run_on(file, LOOK) == (0, "0 0")
+    status, told = run_on(file, THOUSAND.replace("STOP", str(stop)))
+    assert status == -signal.SIGKILL
+    assert told == ("1001" if stop < 0 else "1002")
+    if stop < 0:
+        assert commits(file) == 1
+    assert run_on(file, LOOK) == (0, found)

@@ -321,3 +321,12 @@ def test_mutual_release_while_a_value_is_read() -> None:
 
     with pytest.raises(ReferenceError):
         ports.ports = [1, ReleasesPorts()]
+
+
+def test_a_record_tells_its_address_as_a_pointer_object_does() -> None:
+    table = records.VSMACTable(2)
+    assert int(table) == int(table.this)
+    assert int(table[1]) == int(table[1].this) > int(table[0])
+    table.release()
+    with pytest.raises(ReferenceError):
+        int(table)

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import ctypes
+import importlib
 import json
 from typing import Any
 
@@ -16,6 +17,8 @@ from libkestrel.records import Array, MacAddress, Rows, Table
 from support import memory
 
 HEADERS = model.read()
+numpy: Any = importlib.import_module("numpy")
+"""Its own types say more than is of use here, and take long to read."""
 FOLLOWING = [(r.name, f) for r in HEADERS.records for f in fields(HEADERS, r) if f.follows]
 SAMPLES: dict[str, Any] = {"mac": "02:00:00:00:00:01", "ipv4": "192.0.2.1", "ipv6": "2001:db8::1", "text": "abc"}
 SAMPLES |= {"name": "vmnic1", "u8": 7, "u32": 70000}
@@ -190,7 +193,6 @@ def test_buffers_are_for_reading() -> None:
 
 
 def test_numpy_takes_tables_and_columns_without_a_copy() -> None:
-    numpy = pytest.importorskip("numpy")
     table = mac_table(10)
     array = numpy.asarray(table)
     assert array.dtype.names == tuple(table.columns())

@@ -5,6 +5,7 @@ from __future__ import annotations
 import ast
 import subprocess
 import sys
+import tomllib
 from pathlib import Path
 from types import BuiltinFunctionType
 
@@ -47,11 +48,42 @@ def test_the_packages_stubs_have_every_name() -> None:
     assert defined("libkestrel/enums.pyi") == set(enums.__all__)
 
 
-def check(*files: str) -> str:
-    """What mypy says, with the installed stubs and without this project's settings."""
-    command = [sys.executable, "-m", "mypy", "--strict", "--config-file=", "--no-incremental", *files]
-    done = subprocess.run(command, cwd=HERE, capture_output=True, text=True, check=False)
+def check(*targets: str, config: Path | None = None) -> str:
+    """What mypy says, with the installed package and stubs; without this project's settings unless they are given."""
+    command = [sys.executable, "-m", "mypy", "--strict", f"--config-file={config or ''}", "--cache-dir=/dev/null"]
+    done = subprocess.run([*command, *targets], cwd=HERE, capture_output=True, text=True, check=False)
     return done.stdout + done.stderr
+
+
+@pytest.fixture
+def settings(tmp_path: Path) -> Path:
+    """The project's settings for mypy, but with the package as it is installed instead of its sources."""
+    given = tomllib.loads((ROOT / "pyproject.toml").read_text())["tool"]["mypy"]
+    overrides = given.pop("overrides")
+    given["mypy_path"] = [str(ROOT / path) for path in given["mypy_path"] if path != "python"]
+    sections = [("mypy", given), *((f"mypy-{','.join(o.pop('module'))}", o) for o in overrides)]
+    lines = []
+    for name, values in sections:
+        lines.append(f"[{name}]")
+        lines += [f"{key} = {', '.join(v) if isinstance(v, list) else v}" for key, v in values.items()]
+    file = tmp_path / "mypy.ini"
+    file.write_text("\n".join(lines) + "\n")
+    return file
+
+
+def test_the_installed_package_passes_strict_checking() -> None:
+    assert check("-p", "libkestrel").startswith("Success")
+
+
+def test_the_examples_pass_strict_checking() -> None:
+    examples = [str(path) for path in sorted((ROOT / "examples").rglob("*.py"))]
+    assert len(examples) > 10
+    assert check(*examples).startswith("Success")
+
+
+def test_the_packages_tests_pass_strict_checking(settings: Path) -> None:
+    tests = [str(path) for path in sorted(Path(__file__).parent.glob("*.py"))]
+    assert check(*tests, config=settings).startswith("Success")
 
 
 def test_a_program_that_uses_them_passes_strict_checking() -> None:

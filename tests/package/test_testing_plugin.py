@@ -11,6 +11,8 @@ import pytest
 if TYPE_CHECKING:
     from libkestrel.testing import EmbeddedHost
 
+pytest_plugins = ["pytester"]
+
 SCENARIO = """
 name = "small"
 
@@ -64,3 +66,142 @@ def test_the_plugin_can_be_found() -> None:
     plugin = importlib.import_module("libkestrel.testing")
     assert plugin.__doc__
     assert plugin.kestrel_host.__doc__
+
+
+# ---- In sessions of users ----
+
+
+def session(pytester: pytest.Pytester, source: str, *options: str) -> pytest.RunResult:
+    """A session of its own over one file of tests; the plugin comes with the installed package alone."""
+    pytester.makepyfile(source)
+    return pytester.runpytest_subprocess("-p", "no:cacheprovider", *options)
+
+
+def test_what_a_failing_test_leaves_behind_is_undone(pytester: pytest.Pytester) -> None:
+    result = session(
+        pytester,
+        """
+        import _libkestrel
+        import pytest
+        from libkestrel import errors
+
+        def test_first(kestrel_host):
+            kestrel_host.lab.arm("VSDVS_GetMTU", status=_libkestrel.ZEL_BUSY, times=kestrel_host.lab.ALWAYS)
+            kestrel_host.empty()
+            kestrel_host.clock.advance(100)
+            assert False
+
+        @pytest.mark.parametrize("turn", [1, 2])
+        def test_second(kestrel_host, turn):
+            assert kestrel_host.lab.armed_faults() == []
+            assert kestrel_host.switch("dvs-prod").mtu == 1500
+            assert kestrel_host.clock.now() < 400
+            kestrel_host.switches.create("dvs-second", "id")
+        """,
+    )
+    result.assert_outcomes(failed=1, passed=2)
+
+
+def test_what_was_there_before_a_test_comes_back_after_it(pytester: pytest.Pytester) -> None:
+    result = session(
+        pytester,
+        """
+        from libkestrel import Host
+
+        def test_without_the_fixture():
+            Host().switch("dvs-prod").mtu = 2000
+
+        def test_with_the_fixture(kestrel_host):
+            assert kestrel_host.switch("dvs-prod").mtu == 1500
+            kestrel_host.switch("dvs-prod").mtu = 9000
+
+        def test_without_the_fixture_again():
+            assert Host().switch("dvs-prod").mtu == 2000
+        """,
+    )
+    result.assert_outcomes(passed=3)
+
+
+def test_scenarios_are_found_where_the_session_runs(pytester: pytest.Pytester) -> None:
+    pytester.path.joinpath("small.toml").write_text(SCENARIO)
+    pytester.path.joinpath("wrong.toml").write_text("[[switch]]\nnothing = 1\n")
+    result = session(
+        pytester,
+        """
+        import pytest
+        from libkestrel.lab.scenario import ScenarioError
+
+        def test_a_scenario(kestrel_host):
+            kestrel_host.load("small.toml")
+            assert list(kestrel_host.switches) == ["dvs-small"]
+
+        def test_a_wrong_one(kestrel_host):
+            with pytest.raises(ScenarioError):
+                kestrel_host.load("wrong.toml")
+            assert list(kestrel_host.switches) == ["dvs-prod", "dvs-storage"]
+        """,
+    )
+    result.assert_outcomes(passed=2)
+
+
+def test_faults_reach_the_script_under_test(pytester: pytest.Pytester) -> None:
+    pytester.makepyfile(
+        script="""
+        from libkestrel import Host, errors
+
+        def grow(name):
+            try:
+                return Host().switch(name).ensure_mtu(9000)
+            except errors.Busy:
+                return None
+        """
+    )
+    result = session(
+        pytester,
+        """
+        import _libkestrel
+        from script import grow
+
+        def test_busy(kestrel_host):
+            with kestrel_host.fault("VSDVS_SetMTU", status=_libkestrel.ZEL_BUSY):
+                assert grow("dvs-prod") is None
+            assert grow("dvs-prod") is True
+            assert grow("dvs-prod") is False
+        """,
+    )
+    result.assert_outcomes(passed=1)
+
+
+def test_sessions_about_other_things_do_not_pay_for_it(pytester: pytest.Pytester) -> None:
+    result = session(
+        pytester,
+        """
+        import sys
+
+        def test_other():
+            assert "libkestrel.testing" in sys.modules
+            assert not {"_libkestrel", "libkestrel.host", "libkestrel.lab", "libkestrel.records"} & set(sys.modules)
+        """,
+    )
+    result.assert_outcomes(passed=1)
+
+
+def test_on_another_platform_tests_are_skipped(pytester: pytest.Pytester) -> None:
+    pytester.makeconftest(
+        """
+        from libkestrel import lab
+
+        def refuse():
+            raise lab.NotEmbeddedError("another platform")
+
+        lab.require = refuse
+        """
+    )
+    result = session(pytester, "def test_it(kestrel_host): pass", "-rs")
+    result.assert_outcomes(skipped=1)
+    result.stdout.fnmatch_lines(["*another platform*"])
+
+
+def test_the_fixture_tells_what_it_is(pytester: pytest.Pytester) -> None:
+    result = session(pytester, "", "--fixtures")
+    result.stdout.fnmatch_lines(["kestrel_host*", "*embedded host of the test's own*"])

@@ -9,7 +9,7 @@ from types import BuiltinFunctionType
 import _libkestrel
 import pytest
 
-from headers import coverage, model, reference
+from headers import coverage, model, object_classes, record_fields, reference
 
 FOLDER = Path(__file__).resolve().parents[2] / "docs" / "reference"
 PAGES = reference.pages()
@@ -47,6 +47,20 @@ def test_every_function_has_an_entry() -> None:
 def test_every_constant_has_a_row() -> None:
     rows = re.findall(r"^\| `(\w+)` \|", PAGES["constants.md"], re.MULTILINE)
     assert rows == [c.name for c in HEADERS.constants]
+
+
+def test_every_record_class_has_a_section() -> None:
+    sections = re.findall(r"^## (\w+)$", PAGES["record_classes.md"], re.MULTILINE)
+    assert sections == [r.name for r in HEADERS.records] + list(record_fields.ARRAYS)
+    rows = re.findall(r"^\| `(\w+)` \|", PAGES["record_classes.md"], re.MULTILINE)
+    assert rows == [f.name for r in HEADERS.records for f in record_fields.fields(HEADERS, r)] + ["elements"] * 2
+
+
+def test_every_published_name_of_the_package_has_a_text() -> None:
+    sections = re.split(r"^### `(\w+)`$", PAGES["objects.md"], flags=re.MULTILINE)
+    told = dict(zip(sections[1::2], sections[2::2], strict=True))
+    assert set(told) == {name for names in object_classes.published().values() for name in names}
+    assert [name for name, text in told.items() if len(text.strip()) < 10] == []
 
 
 def test_every_function_is_documented() -> None:

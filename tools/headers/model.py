@@ -131,6 +131,8 @@ class Headers:
     constants: tuple[Constant, ...]
     variables: tuple[str, ...]
     typedefs: dict[str, str] = field(repr=False)
+    enumerations: dict[str, str] = field(repr=False)
+    """The enumerations in publication order, with what they are."""
     kinds: dict[str, str] = field(repr=False)
     """The conversion class of each named type that is no pointer and no opaque record."""
 
@@ -209,7 +211,7 @@ class _Reader:
         typedefs = {name: self._spell(node) for name, node in self.types.items()}
         kinds = {name: kind for name, (_, kind) in _PRIMITIVES.items()}
         kinds |= {name: self._classify(name)[1] for name in self.types if not self._is_opaque(name)}
-        return Headers(tuple(records), tuple(functions), constants, variables, typedefs, kinds)
+        return Headers(tuple(records), tuple(functions), constants, variables, typedefs, self._enumerations(), kinds)
 
     def _is_ours(self, node: c_ast.Node) -> bool:
         file = Path(node.coord.file)
@@ -347,6 +349,15 @@ class _Reader:
         while line > 1 and lines[line - 2].strip() and not lines[line - 2].rstrip().endswith("*/"):
             line -= 1
         return documentation(lines, line)
+
+    def _enumerations(self) -> dict[str, str]:
+        lines = self.constants_table.splitlines()
+        begins = ((i, _ROW.match(line)) for i, line in enumerate(lines, start=1))
+        return {
+            row["arguments"]: documentation(lines, i)
+            for i, row in begins
+            if row and row["kind"] in ("ENUM_BEGIN", "ENUM8_BEGIN")
+        }
 
     def _constants(self) -> tuple[tuple[Constant, ...], tuple[str, ...]]:
         constants: list[Constant] = []

@@ -57,6 +57,11 @@ def _sentence(text: str) -> str:
     return f"{text[0].upper() + text[1:] if first.islower() else text}."
 
 
+def array_documentation(name: str) -> str:
+    """What a plain array is."""
+    return f"A plain array of {ARRAYS[name]}, as long as it was made."
+
+
 def _text(value: str) -> str:
     return json.dumps(value)
 
@@ -65,7 +70,7 @@ class _Tables:
     def __init__(self, headers: Headers) -> None:
         self.headers = headers
         self.names = [record.name for record in headers.records] + list(ARRAYS)
-        self.enumerations = list(dict.fromkeys(c.enumeration for c in headers.constants if c.enumeration))
+        self.enumerations = list(headers.enumerations)
         self.rows: list[str] = []
 
     def _target(self, field: Field) -> int:
@@ -103,13 +108,14 @@ class _Tables:
         lines = [self._describe(record) for record in self.headers.records]
         for name in ARRAYS:
             found = [array_field(self.headers, name)]
-            doc = f"A plain array of {ARRAYS[name]}, as long as it was made."
-            lines.append(self._record(name, doc, 0, found))
+            lines.append(self._record(name, array_documentation(name), 0, found))
         enumerators: list[str] = []
         ranges: list[str] = []
         for name in self.enumerations:
             own = [c for c in self.headers.constants if c.enumeration == name]
-            ranges.append(f"{{{_text(str(name))}, {len(enumerators)}, {len(own)}}},")
+            ranges.append(
+                f"{{{_text(name)}, {_text(self.headers.enumerations[name])}, {len(enumerators)}, {len(own)}}},"
+            )
             enumerators += [f"{{{_text(c.name)}, {c.value}}}," for c in own]
         tables = [
             ("EnumeratorSpec kEnumerators", enumerators),

@@ -1,5 +1,5 @@
 """Generates the pages of `docs/reference/`: every function, record and constant of the flat module, what of the
-platform the embedded host implements, and what of the package covers it.
+platform the embedded host implements, what of the package covers it, and the package's record classes and objects.
 
 python -m headers.reference docs/reference
 """
@@ -10,7 +10,7 @@ import argparse
 import re
 from pathlib import Path
 
-from headers import c_source, coverage, model, package_coverage
+from headers import c_source, coverage, model, object_classes, package_coverage, record_classes
 from headers.model import Function, Headers, Member, Parameter, Record
 from headers.stubs import error_classes
 
@@ -269,6 +269,16 @@ def package_page(headers: Headers) -> str:
     return _page("The package", package_coverage.INTRODUCTION, package_coverage.body(headers))
 
 
+def objects_page() -> str:
+    """The package's objects and its laboratory."""
+    return _page("Classes of the package", object_classes.INTRODUCTION, object_classes.body())
+
+
+def record_classes_page(headers: Headers) -> str:
+    """The package's record classes with their attributes."""
+    return _page("Record classes", record_classes.INTRODUCTION, record_classes.body(headers))
+
+
 def coverage_page(headers: Headers) -> str:
     """What the embedded host implements."""
     introduction = "Every function that the platform declares, and whether the embedded host implements it."
@@ -284,7 +294,9 @@ def pages() -> dict[str, str]:
         "records.md": records_page(headers),
         "constants.md": constants_page(headers),
         "coverage.md": coverage_page(headers),
+        "objects.md": objects_page(),
         "package.md": package_page(headers),
+        "record_classes.md": record_classes_page(headers),
         "statuses.md": statuses_page(headers),
     }
 

@@ -5,8 +5,6 @@
 #include <span>
 #include <string_view>
 
-#include "host/core/frames/mac_address.h"
-
 namespace kestrel::host {
 
 /** FNV-1a of 32 bits, its bits mixed in the end so that a remainder by any small number is even. */
@@ -35,15 +33,5 @@ class FnvHash {
  private:
   std::uint32_t state_ = 0x811c9dc5U;
 };
-
-/** A locally administered address of equipment that is told apart by a hash. */
-inline MacAddress AddressOfHash(std::uint32_t hash) {
-  return {0x02,
-          0x4b,
-          static_cast<std::uint8_t>(hash >> 24),
-          static_cast<std::uint8_t>(hash >> 16),
-          static_cast<std::uint8_t>(hash >> 8),
-          static_cast<std::uint8_t>(hash)};
-}
 
 }  // namespace kestrel::host

@@ -6,6 +6,7 @@
 
 #include "host/core/base/fnv_hash.h"
 #include "host/core/frames/ip_frames.h"
+#include "host/core/frames/mac_address.h"
 #include "host/core/mirroring/mirror_encapsulation.h"
 #include "host/core/teaming/teaming.h"
 #include "host/core/traffic/delivery.h"

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "host/core/base/errors.h"
+#include "host/core/storage/torn_file.h"
 #include "kestrel/constants.h"
 
 namespace kestrel::host {
@@ -164,7 +165,7 @@ std::unique_ptr<HostFile::Connection> HostFile::Connect() {
   sqlite3_db_config(database.get(), SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
   sqlite3_db_config(database.get(), SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
   try {
-    if (!MayBeHostFile(database.get(), *found)) throw StorageError(ZEL_INVALID_TARGET);
+    if (!MayBeHostFile(database.get(), *found) && !IsTornHostFile(path_)) throw StorageError(ZEL_INVALID_TARGET);
     Prepare(*connection);
   } catch (...) {
     LeaveNoEmptyLog(*connection);

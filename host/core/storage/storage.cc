@@ -17,6 +17,8 @@ namespace kestrel::host {
 /** An open file. The one of the system stands behind it in the same piece of memory. */
 struct StorageFile {
   sqlite3_file base;
+  /** SQLite's, as long as the file is open; null for a file without a name. */
+  const char *path;
   /** The index of the write-ahead log, null while it is not open. */
   volatile void *index;
   WalHead at_release;
@@ -46,6 +48,8 @@ Failure failure;
 std::array<std::uint64_t, kStorageOperations> counts{};
 std::uint64_t failed = 0;
 
+StorageWatcher *watcher = nullptr;
+
 /** Counts an operation and gives how it ends: SQLITE_OK, SQLITE_FULL or `io_error`. */
 int Meet(StorageOperation operation, int io_error) {
   ++counts[static_cast<std::size_t>(operation)];
@@ -68,6 +72,7 @@ int Counted(int result) {
 
 StorageFile *Own(sqlite3_file *file) { return reinterpret_cast<StorageFile *>(file); }
 sqlite3_file *Real(sqlite3_file *file) { return Own(file)->real(); }
+bool IsWatched(sqlite3_file *file) { return watcher != nullptr && Own(file)->path != nullptr; }
 
 int Close(sqlite3_file *file) { return Real(file)->pMethods->xClose(Real(file)); }
 
@@ -78,15 +83,25 @@ int Read(sqlite3_file *file, void *bytes, int size, sqlite3_int64 offset) {
 
 int Write(sqlite3_file *file, const void *bytes, int size, sqlite3_int64 offset) {
   const int fault = Meet(StorageOperation::kWrite, SQLITE_IOERR_WRITE);
-  const int result = Real(file)->pMethods->xWrite(Real(file), bytes, fault == SQLITE_OK ? size : size / 2, offset);
+  const int part = fault == SQLITE_OK ? size : size / 2;
+  const int result = Real(file)->pMethods->xWrite(Real(file), bytes, part, offset);
+  if (IsWatched(file)) {
+    watcher->OnWrite(Own(file)->path, offset, {static_cast<const char *>(bytes), static_cast<std::size_t>(part)});
+  }
   return Counted(fault == SQLITE_OK ? result : fault);
 }
 
-int Truncate(sqlite3_file *file, sqlite3_int64 size) { return Real(file)->pMethods->xTruncate(Real(file), size); }
+int Truncate(sqlite3_file *file, sqlite3_int64 size) {
+  const int result = Real(file)->pMethods->xTruncate(Real(file), size);
+  if (IsWatched(file)) watcher->OnTruncate(Own(file)->path, size);
+  return result;
+}
 
 int Sync(sqlite3_file *file, int flags) {
   const int fault = Meet(StorageOperation::kSync, SQLITE_IOERR_FSYNC);
-  return Counted(fault == SQLITE_OK ? Real(file)->pMethods->xSync(Real(file), flags) : fault);
+  const int result = fault == SQLITE_OK ? Real(file)->pMethods->xSync(Real(file), flags) : fault;
+  if (result == SQLITE_OK && IsWatched(file)) watcher->OnSync(Own(file)->path);
+  return Counted(result);
 }
 
 int FileSize(sqlite3_file *file, sqlite3_int64 *size) { return Real(file)->pMethods->xFileSize(Real(file), size); }
@@ -159,7 +174,7 @@ constexpr sqlite3_io_methods kMethods{
 sqlite3_vfs *system_layer = nullptr;
 
 int Open(sqlite3_vfs * /*layer*/, const char *name, sqlite3_file *file, int flags, int *flags_out) {
-  StorageFile *own = new (file) StorageFile{};
+  StorageFile *own = new (file) StorageFile{.base = {}, .path = name, .index = nullptr, .at_release = {}};
   const int fault = Meet(StorageOperation::kOpen, SQLITE_IOERR);
   if (fault != SQLITE_OK) return fault;
   const int result = system_layer->xOpen(system_layer, name, own->real(), flags, flags_out);
@@ -168,11 +183,18 @@ int Open(sqlite3_vfs * /*layer*/, const char *name, sqlite3_file *file, int flag
   return result;
 }
 
+int Delete(sqlite3_vfs * /*layer*/, const char *name, int sync_folder) {
+  const int result = system_layer->xDelete(system_layer, name, sync_folder);
+  if (result == SQLITE_OK && watcher != nullptr) watcher->OnDelete(name);
+  return result;
+}
+
 sqlite3_vfs MakeLayer() {
   sqlite3_vfs layer = *system_layer;
   layer.zName = "kestrel";
   layer.szOsFile = static_cast<int>(sizeof(StorageFile)) + system_layer->szOsFile;
   layer.xOpen = Open;
+  layer.xDelete = Delete;
   return layer;
 }
 
@@ -183,6 +205,8 @@ void FailStorage(StorageOperation operation, StorageFault fault, std::uint64_t n
 }
 
 void MendStorage() { failure = {}; }
+
+void WatchStorage(StorageWatcher *somebody) { watcher = somebody; }
 
 std::uint64_t FailedStorageOperations() { return failed; }
 

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "host/core/base/errors.h"
 #include "host/export.h"
@@ -27,6 +28,23 @@ KESTREL_HOST_EXPORT void MendStorage();
 KESTREL_HOST_EXPORT std::uint64_t StorageOperations(StorageOperation operation);
 /** How many operations have failed, whoever let them. */
 std::uint64_t FailedStorageOperations();
+
+/** Is told of everything that changes files, in its order: enough to work out what a loss of power would leave. The
+    index of a write-ahead log, which is memory and not kept, is none of it. */
+class StorageWatcher {
+ public:
+  virtual void OnWrite(const std::string &path, std::int64_t offset, std::string_view bytes) = 0;
+  virtual void OnTruncate(const std::string &path, std::int64_t size) = 0;
+  /** What was written to the file before is safe from now on. */
+  virtual void OnSync(const std::string &path) = 0;
+  virtual void OnDelete(const std::string &path) = 0;
+
+ protected:
+  ~StorageWatcher() = default;
+};
+
+/** Lets somebody watch, null for nobody. */
+void WatchStorage(StorageWatcher *watcher);
 
 /** The host file could not be read or written. */
 class StorageError : public StatusError {

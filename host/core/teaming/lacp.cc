@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "host/core/base/fnv_hash.h"
+#include "host/core/frames/mac_address.h"
 #include "host/core/traffic/traffic.h"
 
 namespace kestrel::host {

@@ -2,6 +2,7 @@
 
 #include "host/core/base/fnv_hash.h"
 #include "host/core/frames/ip_packet.h"
+#include "host/core/frames/mac_address.h"
 #include "kestrel/constants.h"
 
 namespace kestrel::host {

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "host/core/frames/frame.h"
+#include "host/core/frames/mac_address.h"
 #include "host/export.h"
 
 namespace kestrel::host {

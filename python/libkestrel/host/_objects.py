@@ -30,7 +30,10 @@ class Presence:
         return "present"
 
 
-ABSENT, PRESENT = Absence(), Presence()
+ABSENT = Absence()
+"""Stands in changes for what is not there."""
+PRESENT = Presence()
+"""Stands in changes for what is there."""
 _UNKNOWN: Any = object()
 
 
@@ -92,13 +95,14 @@ class AtOnce:
 class HostObject:
     """Something of a host: it has a place, tells errors with it, and passes changes on."""
 
-    def __init__(self, changes: Changes) -> None:
+    def __init__(self, changes: Changes, place: str) -> None:
         self._changes = changes
+        self._place = place
 
     @property
     def place(self) -> str:
         """What the object is, as errors and plans call it: "port 10 of switch dvs-prod"."""
-        raise NotImplementedError
+        return self._place
 
     def __repr__(self) -> str:
         return f"<{type(self).__name__}: {self.place}>"
@@ -153,6 +157,14 @@ class HostObject:
         raise NotImplementedError
 
 
+class OfSwitch(HostObject):
+    """What a switch has several of, such as its ports: it goes by the switch's place."""
+
+    def __init__(self, changes: Changes, switch: str) -> None:
+        super().__init__(changes, f"switch {switch}")
+        self._switch = switch
+
+
 class Setting(Generic[T]):
     """A value of an object that can be read, set and cleared, as attributes are: obj.x, obj.x = value, del obj.x."""
 
@@ -162,16 +174,27 @@ class Setting(Generic[T]):
         self._clear: Callable[[Any], None] | None = None
         self.__doc__ = read.__doc__
         self.__name__ = read.__name__
+        self._complete = False
+
+    def __set_name__(self, owner: type[Any], name: str) -> None:
+        self._complete = True
 
     def writes(self, function: Callable[[Any, T], None]) -> Callable[[Any, T], None]:
-        """Decorates the method that sets the value."""
+        """Decorates the method that sets the value, while the class is made."""
+        self._check_incomplete()
         self._write = function
         return function
 
     def clears(self, function: Callable[[Any], None]) -> Callable[[Any], None]:
         """Decorates the method that brings the default back; without one the property is cleared."""
+        self._check_incomplete()
         self._clear = function
         return function
+
+    def _check_incomplete(self) -> None:
+        """What users get hold of is not theirs to change."""
+        if self._complete:
+            raise TypeError(f"{self.__name__} belongs to a class that is complete")
 
     @overload
     def __get__(self, owner: None, kind: type[Any], /) -> Setting[T]: ...
@@ -297,6 +320,11 @@ def name_of(value: str, what: str) -> str:
     if "\0" in value:
         raise ValueError(f"{what} has a zero character in it: {value!r}")
     return value
+
+
+def plain_bytes(value: bytes | bytearray | memoryview) -> bytes:
+    """The bytes of a buffer, as many as there are, whatever a subclass says. TypeError for what has none."""
+    return bytes(memoryview(value))
 
 
 def int32(value: int, what: str) -> int:

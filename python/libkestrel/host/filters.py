@@ -16,12 +16,19 @@ class EthernetFilterFlags(IntFlag):
     """Kinds of frames that a filter accepts."""
 
     UNICAST = flat.ZEL_ETH_FILTER_UNICAST
+    """Frames for the client's own address."""
     MULTICAST = flat.ZEL_ETH_FILTER_MULTICAST
+    """Frames for the group addresses of the filter."""
     ALL_MULTICAST = flat.ZEL_ETH_FILTER_ALLMULTI
+    """Frames for any group address."""
     BROADCAST = flat.ZEL_ETH_FILTER_BROADCAST
+    """Frames for all stations."""
     PROMISCUOUS = flat.ZEL_ETH_FILTER_PROMISC
+    """Frames for others too, where security allows it."""
     USE_HASH = flat.ZEL_ETH_FILTER_USE_LADRF
+    """Group addresses are told by a hash of theirs."""
     SINK = flat.ZEL_ETH_FILTER_SINK
+    """The port takes what no other port wants."""
 
 
 _NO_FLAGS = EthernetFilterFlags(0)

@@ -6,7 +6,7 @@ from typing import TYPE_CHECKING
 
 import _libkestrel as flat
 
-from libkestrel.host._objects import AtOnce, Changes
+from libkestrel.host._objects import AtOnce
 from libkestrel.host.mac_learning import HostMacLearning
 from libkestrel.host.options import RuntimeOptions
 from libkestrel.host.runtime_modules import HostRuntimeModules
@@ -19,14 +19,6 @@ if TYPE_CHECKING:
 
 class HostObjects(HostMacLearning, HostRuntimeModules):
     """What a host and a plan have in common: the way to the objects."""
-
-    def __init__(self, changes: Changes) -> None:
-        super().__init__(changes)
-
-    @property
-    def place(self) -> str:
-        """What errors and plans call it."""
-        return "host"
 
     @property
     def switches(self) -> Switches:
@@ -58,7 +50,7 @@ class Host(HostObjects):
     """
 
     def __init__(self) -> None:
-        super().__init__(AtOnce())
+        super().__init__(AtOnce(), "host")
 
     def plan(self) -> Plan:
         """A plan, which collects changes in a `with` block to show and make them together."""

@@ -30,22 +30,34 @@ class MirrorFlags(IntFlag):
     """Further properties of a session."""
 
     NO_OUTPUT = flat.VS_DVMIRROR_FLAG_DST_NO_OUTPUT
+    """Destination ports send nothing of their own: kept with the session, and without effect on the embedded host."""
     NO_INPUT = flat.VS_DVMIRROR_FLAG_DST_NO_INPUT
+    """Destination ports receive nothing else: kept with the session, and without effect on the embedded host."""
     ORIGINAL_VLAN = flat.VS_DVMIRROR_FLAG_DST_ORIG_VLAN
+    """Copies keep the VLAN tag (IEEE 802.1Q) that the frame was switched by."""
     ENCAPSULATE = flat.VS_DVMIRROR_FLAG_DST_ENCAP
+    """Copies carry the tag of `encapsulation_vlan` around them."""
     LEGACY = flat.VS_DVMIRROR_FLAG_LEGACY
+    """Destinations get copies by their own VLAN policies."""
     DISABLED = flat.VS_DVMIRROR_FLAG_DISABLED
+    """The session rests."""
     SOURCE_UPLINK = flat.VS_DVMIRROR_FLAG_SRC_UPLINK_MIRROR
+    """The session watches the uplinks."""
 
 
 class MirrorWildcard(IntFlag):
     """Kinds of port that a session takes as sources as a whole."""
 
     MACHINES = flat.VS_DVMIRROR_WILDCARD_VMM
+    """Ports of virtual machines."""
     UPLINKS = flat.VS_DVMIRROR_WILDCARD_PNIC
+    """Uplinks."""
     CONSOLE = flat.VS_DVMIRROR_WILDCARD_COS
+    """Ports of a console; the embedded host has none."""
     HOST_SERVICES = flat.VS_DVMIRROR_WILDCARD_TCPIP
+    """Ports of the host's own services."""
     TEST = flat.VS_DVMIRROR_WILDCARD_TEST
+    """Ports of tests; the embedded host has none."""
 
 
 _NO_FLAGS, _NO_KINDS = MirrorFlags(0), MirrorWildcard(0)

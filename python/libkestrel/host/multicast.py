@@ -27,8 +27,11 @@ class SourceMode(IntEnum):
     """How a group's sources are filtered."""
 
     NONE = flat.VS_MCAST_SRC_IP_FILTER_MODE_NONE
+    """Not at all."""
     INCLUDE = flat.VS_MCAST_SRC_IP_FILTER_MODE_INCLUDE
+    """The sources that are named are wanted (RFC 3376, RFC 3810)."""
     EXCLUDE = flat.VS_MCAST_SRC_IP_FILTER_MODE_EXCLUDE
+    """All but the sources that are named are wanted (RFC 3376, RFC 3810)."""
 
 
 @dataclass(frozen=True)

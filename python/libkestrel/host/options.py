@@ -55,12 +55,7 @@ class RuntimeOptions(HostObject):
     """
 
     def __init__(self, changes: Changes) -> None:
-        super().__init__(changes)
-
-    @property
-    def place(self) -> str:
-        """What errors and plans call it."""
-        return "runtime options of the host"
+        super().__init__(changes, "runtime options of the host")
 
     def __iter__(self) -> Iterator[str]:
         return iter(option_codes())

@@ -65,16 +65,11 @@ class Plan(HostObjects):
     """
 
     def __init__(self) -> None:
-        super().__init__(self)
+        super().__init__(self, "host")
         self._steps: list[Change] = []
         self._expected: dict[Hashable, object] = {}
         self._closed = False
         self._applied = False
-
-    @property
-    def place(self) -> str:
-        """What errors call it."""
-        return "plan"
 
     def __enter__(self) -> Self:
         return self

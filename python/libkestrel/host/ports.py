@@ -9,7 +9,17 @@ import _libkestrel as flat
 
 from libkestrel._kestrel_error import KestrelError
 from libkestrel.enums import DVSPortType
-from libkestrel.host._objects import ABSENT, PRESENT, Changes, HostObject, Undo, is_missing, name_of, setting, unknown
+from libkestrel.host._objects import (
+    ABSENT,
+    PRESENT,
+    Changes,
+    OfSwitch,
+    Undo,
+    is_missing,
+    name_of,
+    setting,
+    unknown,
+)
 from libkestrel.host.filters import PortFilters
 from libkestrel.host.mac_learning import PortMacLearning
 from libkestrel.host.mac_table import PortMacTable
@@ -35,17 +45,12 @@ class Port(
     """A distributed port of a switch. Everything raises NotFound once the port is gone."""
 
     def __init__(self, changes: Changes, switch: str, port: str) -> None:
-        super().__init__(changes)
+        super().__init__(changes, f"port {port} of switch {switch}")
         self.switch = switch
         """The alias of the switch."""
         self.id = name_of(port, "port id")
         """The distributed-port id."""
         self._names = switch, port
-
-    @property
-    def place(self) -> str:
-        """What errors and plans call it."""
-        return f"port {self.id} of switch {self.switch}"
 
     @property
     def number(self) -> int:
@@ -100,17 +105,8 @@ def _stored_switch(changes: Changes, switch: str) -> StoredSwitch:
     return StoredSwitch(changes, found or "", switch)
 
 
-class Ports(HostObject):
+class Ports(OfSwitch):
     """The distributed ports of a switch by their ids: a mapping, with verbs that add and remove."""
-
-    def __init__(self, changes: Changes, switch: str) -> None:
-        super().__init__(changes)
-        self._switch = switch
-
-    @property
-    def place(self) -> str:
-        """What errors and plans call it."""
-        return f"switch {self._switch}"
 
     def _port_place(self, port: str) -> str:
         return f"port {port} of {self.place}"

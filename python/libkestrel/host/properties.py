@@ -12,7 +12,17 @@ import _libkestrel as flat
 from libkestrel import records
 from libkestrel._kestrel_error import KestrelError, check
 from libkestrel.host import _cells
-from libkestrel.host._objects import ABSENT, Changes, HostObject, Undo, is_missing, name_of, unknown
+from libkestrel.host._objects import (
+    ABSENT,
+    Changes,
+    HostObject,
+    OfSwitch,
+    Undo,
+    is_missing,
+    name_of,
+    plain_bytes,
+    unknown,
+)
 
 T = TypeVar("T")
 Value = bytes | bytearray | memoryview | int | bool | str | records.Record
@@ -28,13 +38,17 @@ class PropertyKind(IntFlag):
     VOLATILE = flat.VOLATILE_PROP_TYPE
     """Not saved."""
     POLICY = flat.POLICY_PROP_TYPE
+    """A policy, which is saved."""
     CONFIG = flat.CONFIG_PROP_TYPE
     """Configuration, which is saved."""
     RUNTIME = flat.RUNTIME_PROP_TYPE
     """Running state, which is not saved."""
     NO_REPLICATE = flat.NO_REPLICATE_PROP_TYPE
+    """Saved, and left out of images of ports and of what a SmartNIC reads."""
     NO_LOCAL_CALLBACK = flat.NO_SET_LOCAL_CALLBACK_PROP_TYPE
+    """Set without telling this host's own listeners; saved."""
     NO_SYNC = flat.NO_SYNC_PROP_TYPE & 0xFFFFFFFF
+    """Kept as it is when the configuration is replaced, and not shown by lists of other kinds."""
 
 
 ALL_KINDS = PropertyKind(flat.ALL_PROP_TYPE & 0xFFFFFFFF)
@@ -60,11 +74,13 @@ def to_bytes(value: Value) -> bytes:
     if isinstance(value, bool):
         return bytes([value])
     if isinstance(value, int):
-        return value.to_bytes(4, "little", signed=value < 0)
+        return int.to_bytes(value, 4, "little", signed=value < 0)
     if isinstance(value, str):
-        return value.encode(errors="surrogateescape")
-    if isinstance(value, (bytes, bytearray, memoryview, records.Record)):
+        return str.encode(value, errors="surrogateescape")
+    if isinstance(value, records.Record):
         return bytes(value)
+    if isinstance(value, (bytes, bytearray, memoryview)):
+        return plain_bytes(value)
     raise TypeError(f"a property is bytes, int, bool, str or a record, not {type(value).__name__}")
 
 
@@ -110,15 +126,6 @@ class Properties(HostObject):
     what has neither; BadParam for a key of another level and for a value that the key does not take; ReadOnly for one
     that cannot be set; NameTooLong for keys above 255 bytes; LimitExceeded for values above the limit.
     """
-
-    def __init__(self, changes: Changes, place: str) -> None:
-        super().__init__(changes)
-        self._place = place
-
-    @property
-    def place(self) -> str:
-        """What errors and plans call it."""
-        return self._place
 
     def _read(self, key: str) -> bytes:
         raise NotImplementedError
@@ -265,12 +272,8 @@ class ConfigProperties(Properties):
         self._drop(key, None, 0)
 
 
-class SwitchProperties(ConfigProperties):
+class SwitchProperties(OfSwitch, ConfigProperties):
     """The properties of a switch."""
-
-    def __init__(self, changes: Changes, switch: str) -> None:
-        super().__init__(changes, f"switch {switch}")
-        self._switch = switch
 
     def _read(self, key: str) -> bytes:
         def call(query: Any) -> int:

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 from collections.abc import Iterator
 from types import TracebackType
-from typing import Any, Self
+from typing import Any, NoReturn, Self
 
 import _libkestrel as flat
 
@@ -12,7 +12,18 @@ from libkestrel import records
 from libkestrel._kestrel_error import check
 from libkestrel.enums import DVSPortType
 from libkestrel.host import _cells
-from libkestrel.host._objects import ABSENT, PRESENT, Changes, HostObject, Undo, handed_block, int32, name_of, setting
+from libkestrel.host._objects import (
+    ABSENT,
+    PRESENT,
+    Changes,
+    HostObject,
+    Undo,
+    handed_block,
+    int32,
+    name_of,
+    plain_bytes,
+    setting,
+)
 from libkestrel.host.properties import (
     ALL_KINDS,
     ANY_KIND,
@@ -33,12 +44,18 @@ def _u32(kind: PropertyKind) -> int:
 class PropertyCollection:
     """A collection of properties, as the store passes them around. It is released with the object or a `with` block."""
 
-    def __init__(self, handle: Any = None) -> None:
-        if handle is None:
-            cell = _cells.Cell()
-            check(flat.DVSData_Alloc(cell.pointer, None, None), "make collection of properties")
-            handle = cell.as_pointer()
-        self._handle = handle
+    def __init__(self) -> None:
+        self._handle: Any = None
+        cell = _cells.Cell()
+        check(flat.DVSData_Alloc(cell.pointer, None, None), "make collection of properties")
+        self._handle = cell.as_pointer()
+
+    @classmethod
+    def _handed_out(cls, cell: _cells.Cell) -> Self:
+        """The collection that the store wrote into a cell."""
+        collection = cls.__new__(cls)
+        collection._handle = cell.as_pointer()
+        return collection
 
     def _open(self) -> Any:
         if self._handle is None:
@@ -47,9 +64,9 @@ class PropertyCollection:
 
     def update(self, key: str, value: Value, kind: PropertyKind = PropertyKind.CONFIG) -> None:
         """Puts a property into the collection, or replaces it."""
-        data = to_bytes(value)
+        data, number = to_bytes(value), _u32(kind)
         buffer = _cells.Buffer(data)
-        status = flat.DVSData_Update(self._open(), name_of(key, "key"), buffer.pointer, len(data), _u32(kind))
+        status = flat.DVSData_Update(self._open(), name_of(key, "key"), buffer.pointer, len(data), number)
         check(status, f"set {key}", "collection of properties")
 
     def image(self, version: int = flat.DVS_VERSION_70) -> bytes:
@@ -64,6 +81,9 @@ class PropertyCollection:
         handle, self._handle = self._handle, None
         if handle is not None:
             flat.DVSData_Free(handle)
+
+    def __reduce__(self) -> NoReturn:
+        raise TypeError("a collection of properties is released once and cannot be copied")
 
     def __enter__(self) -> Self:
         return self
@@ -236,16 +256,11 @@ class StoredPort(HostObject):
     """A distributed port as the store knows it."""
 
     def __init__(self, changes: Changes, switch: str, port: str) -> None:
-        super().__init__(changes)
+        super().__init__(changes, f"stored port {port} of switch {switch}")
         self.switch = name_of(switch, "switch id")
         """The id of the switch."""
         self.id = name_of(port, "port id")
         """The port's id."""
-
-    @property
-    def place(self) -> str:
-        """What errors and plans call it."""
-        return f"stored port {self.id} of switch {self.switch}"
 
     @property
     def handle(self) -> Any:
@@ -290,30 +305,25 @@ class StoredPort(HostObject):
         cell = _cells.Cell()
         status = flat.DVSZEL_VendorPortPropList(self.switch, self.id, cell.pointer, _u32(kinds))
         self._check(status, "collect properties of other vendors")
-        return PropertyCollection(cell.as_pointer())
+        return PropertyCollection._handed_out(cell)
 
     def extra_properties(self, kinds: PropertyKind = ALL_KINDS) -> PropertyCollection:
         """The port's properties beyond the platform's own, of some kinds."""
         cell = _cells.Cell()
         status = flat.DVSZEL_ExtraConfigPortPropList(self.switch, self.id, cell.pointer, _u32(kinds))
         self._check(status, "collect further properties")
-        return PropertyCollection(cell.as_pointer())
+        return PropertyCollection._handed_out(cell)
 
 
 class StoredSwitch(HostObject):
     """A distributed switch as the store knows it."""
 
     def __init__(self, changes: Changes, switch: str, name: str) -> None:
-        super().__init__(changes)
+        super().__init__(changes, f"stored switch {switch}")
         self.id = name_of(switch, "switch id")
         """The switch's id."""
         self.name = name_of(name, "alias")
         """The switch's alias."""
-
-    @property
-    def place(self) -> str:
-        """What errors and plans call it."""
-        return f"stored switch {self.id}"
 
     @property
     def handle(self) -> Any:
@@ -401,9 +411,10 @@ class StoredSwitch(HostObject):
     def add_port(self, port: str, image: bytes = b"") -> None:
         """Adds a port, with the state in an image if there is one. Exists for a port that is there."""
         name_of(port, "port id")
+        data = plain_bytes(image)
         self._change(
             f"add port {port}",
-            lambda: self._add_port(port, image),
+            lambda: self._add_port(port, data),
             undo=lambda: lambda: self._remove_port(port),
         )
 
@@ -448,9 +459,10 @@ class StoredSwitch(HostObject):
     def command(self, command: str, data: bytes = b"") -> bytes:
         """Runs a command on the switch; gives its output. NotImplemented for one that the switch does not know."""
         cell, length = _cells.Cell(), _cells.Number()
-        buffer = _cells.Buffer(data)
+        given = plain_bytes(data)
+        buffer = _cells.Buffer(given)
         status = flat.DVSZEL_CmdExec(
-            self.id, name_of(command, "command"), buffer.pointer, len(data), cell.pointer, length.pointer
+            self.id, name_of(command, "command"), buffer.pointer, len(given), cell.pointer, length.pointer
         )
         self._check(status, f"run {command}")
         return handed_block(cell, length.value)
@@ -460,30 +472,28 @@ class StoredSwitch(HostObject):
         cell = _cells.Cell()
         status = flat.DVSZEL_VendorGlobalPropList(self.id, cell.pointer, _u32(kinds))
         self._check(status, "collect properties of other vendors")
-        return PropertyCollection(cell.as_pointer())
+        return PropertyCollection._handed_out(cell)
 
     def vendor_host_properties(self, kinds: PropertyKind = ALL_KINDS) -> PropertyCollection:
         """The properties of other vendors of this host's part of the switch, of some kinds."""
         cell = _cells.Cell()
         status = flat.DVSZEL_VendorHostPropList(self.id, cell.pointer, _u32(kinds))
         self._check(status, "collect properties of other vendors")
-        return PropertyCollection(cell.as_pointer())
+        return PropertyCollection._handed_out(cell)
 
     def extra_properties(self, kinds: PropertyKind = ALL_KINDS) -> PropertyCollection:
         """The switch's properties beyond the platform's own, of some kinds."""
         cell = _cells.Cell()
         status = flat.DVSZEL_ExtraConfigPropList(self.id, cell.pointer, _u32(kinds))
         self._check(status, "collect further properties")
-        return PropertyCollection(cell.as_pointer())
+        return PropertyCollection._handed_out(cell)
 
 
 class Store(HostObject):
     """The state store of the host."""
 
-    @property
-    def place(self) -> str:
-        """What errors and plans call it."""
-        return "state store"
+    def __init__(self, changes: Changes) -> None:
+        super().__init__(changes, "state store")
 
     # ---- Life of the state ----
 
@@ -505,7 +515,8 @@ class Store(HostObject):
 
     def start_from(self, image: bytes) -> None:
         """Creates the state from an image. ChecksumMismatch and InvalidMetadata for one that is damaged."""
-        self._change("create state from image", lambda: self._start_from(image), after=f"{len(image)} bytes")
+        data = plain_bytes(image)
+        self._change("create state from image", lambda: self._start_from(data), after=f"{len(data)} bytes")
 
     def _start_from(self, image: bytes) -> None:
         buffer = _cells.Buffer(image)
@@ -513,7 +524,8 @@ class Store(HostObject):
 
     def configure_from(self, image: bytes) -> None:
         """Replaces the configuration by that of an image. Raises as `start_from` does."""
-        self._change("replace configuration", lambda: self._configure_from(image), after=f"{len(image)} bytes")
+        data = plain_bytes(image)
+        self._change("replace configuration", lambda: self._configure_from(data), after=f"{len(data)} bytes")
 
     def _configure_from(self, image: bytes) -> None:
         buffer = _cells.Buffer(image)

@@ -60,14 +60,9 @@ class Switch(
     """A virtual switch. Everything raises NotFound once the switch is gone."""
 
     def __init__(self, changes: Changes, name: str) -> None:
-        super().__init__(changes)
+        super().__init__(changes, f"switch {name}")
         self.name = name_of(name, "switch name")
         """The switch's alias."""
-
-    @property
-    def place(self) -> str:
-        """What errors and plans call it."""
-        return f"switch {self.name}"
 
     @property
     def id(self) -> str:
@@ -188,10 +183,8 @@ class Switch(
 class Switches(HostObject):
     """The switches of a host by their aliases: a mapping, with verbs that create and destroy."""
 
-    @property
-    def place(self) -> str:
-        """What errors and plans call it."""
-        return "host"
+    def __init__(self, changes: Changes) -> None:
+        super().__init__(changes, "host")
 
     def _listed(self, kind: VSListType) -> tuple[str, ...]:
         cell = _cells.Cell("_p_p_VSList")

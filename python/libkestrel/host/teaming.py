@@ -17,39 +17,63 @@ class LoadBalance(IntEnum):
     """How frames are spread over the active uplinks."""
 
     NONE = flat.TEAM_FRP_TYPE_NONE
+    """The first name of the policy and no other: nothing fails over."""
     IP_HASH = flat.TEAM_FRP_TYPE_LB_IP
+    """By the pair of IP addresses."""
     SOURCE_MAC = flat.TEAM_FRP_TYPE_LB_SRCMAC
+    """By the source address."""
     SOURCE_PORT = flat.TEAM_FRP_TYPE_LB_SRCID
+    """By the port that a frame comes from."""
     EXPLICIT_FAILOVER = flat.TEAM_FRP_TYPE_FO_EXPLICIT
+    """The first in order, active before standby, that can carry."""
     LOAD = flat.TEAM_FRP_TYPE_LB_LBT
+    """By port, moved where an uplink has much to carry."""
 
 
 class LinkCriteria(IntFlag):
     """What a link has to fulfil to count as good."""
 
     SPEED = flat.TEAM_FRP_CRIT_LINK_SPEED
+    """The speed is the policy's."""
     SPEED_AT_LEAST = flat.TEAM_FRP_CRIT_LINK_SPEED_GTE
+    """The speed is the policy's or above."""
     DUPLEX = flat.TEAM_FRP_CRIT_LINK_DUPLEX
+    """The link has full duplex where the policy asks for it."""
     LACP_PORT_DOWN = flat.TEAM_FRP_CRIT_LACP_PORT_DOWN
+    """A member of a group is in its service (IEEE 802.1AX)."""
     BEACON_STATE = flat.TEAM_FRP_CRIT_BEACON_STATE
+    """It has heard a beacon within 3 seconds."""
     ERRORS = flat.TEAM_FRP_CRIT_LINK_ERR
+    """No more of its frames have errors than the policy's percentage."""
     STATE = flat.TEAM_FRP_CRIT_LINK_STATE
+    """The link is up."""
     PORT_BLOCKED = flat.TEAM_FRP_CRIT_PORT_BLOCKED
+    """Its port is not blocked, here or at the far end."""
     DRIVER_PRESENT = flat.TEAM_FRP_CRIT_DRV_PRESENT
+    """Its NIC has a driver."""
 
 
 class TeamingFlags(IntFlag):
     """Further properties of a team."""
 
     ALL_AVAILABLE = flat.TEAM_FRP_FLAG_ALL_AVAILABLE
+    """Standby uplinks are active ones."""
     REVERSE = flat.TEAM_FRP_FLAG_REVERSE
+    """Ports accept what is for many only from the uplink that they would send through."""
     BEST_EFFORT = flat.TEAM_FRP_FLAG_BEST_EFFORT
+    """Where no uplink is good, every one that has a link can carry."""
     ROLLING = flat.TEAM_FRP_FLAG_ROLLING
+    """What an uplink took over stays with it: no falling back."""
     SHOTGUN = flat.TEAM_FRP_FLAG_SHOTGUN
+    """While beacons do not tell which uplink is good, frames go out through all of them."""
     NOTIFY_SWITCH = flat.TEAM_FRP_FLAG_NOTIFY_SWITCH
+    """Addresses that move are announced to the network."""
     BLOCK_OUTPUT = flat.TEAM_FRP_FLAG_BLOCK_OUTPUT
+    """Nothing is sent to the network; frames from it are received."""
     LACP_CLIENT = flat.TEAM_FRP_FLAG_LACP_CLIENT
-    NAMED = flat.TEAM_FRP_FLAG_LST
+    """Only members of groups that are in service are used."""
+    LINK_STATE_TRACKING = flat.TEAM_FRP_FLAG_LST
+    """The clients' link is down while none of the team's uplinks can carry."""
 
 
 @dataclass(frozen=True)

@@ -10,7 +10,18 @@ import _libkestrel as flat
 from libkestrel import records
 from libkestrel._kestrel_error import KestrelError
 from libkestrel.enums import zel_LinkState
-from libkestrel.host._objects import ABSENT, PRESENT, Changes, HostObject, Undo, is_missing, name_of, setting, unknown
+from libkestrel.host._objects import (
+    ABSENT,
+    PRESENT,
+    Changes,
+    HostObject,
+    OfSwitch,
+    Undo,
+    is_missing,
+    name_of,
+    setting,
+    unknown,
+)
 
 
 @dataclass(frozen=True)
@@ -27,18 +38,13 @@ class Uplink(HostObject):
     """A NIC that is plugged into an uplink port."""
 
     def __init__(self, changes: Changes, switch: str, nic: str, number: int) -> None:
-        super().__init__(changes)
+        super().__init__(changes, f"uplink {nic} of switch {switch}")
         self.switch = switch
         """The alias of the switch."""
         self.nic = nic
         """The name of the NIC."""
         self.number = number
         """The switch port identifier of the uplink port."""
-
-    @property
-    def place(self) -> str:
-        """What errors and plans call it."""
-        return f"uplink {self.nic} of switch {self.switch}"
 
     @property
     def link_up(self) -> bool:
@@ -73,17 +79,8 @@ class Uplink(HostObject):
         return Uplink.admin_up.ensure(self, up)
 
 
-class Uplinks(HostObject):
+class Uplinks(OfSwitch):
     """The uplinks of a switch, by the names of their NICs: a mapping for reading."""
-
-    def __init__(self, changes: Changes, switch: str) -> None:
-        super().__init__(changes)
-        self._switch = switch
-
-    @property
-    def place(self) -> str:
-        """What errors and plans call it."""
-        return f"switch {self._switch}"
 
     def _found(self) -> dict[str, int]:
         result = flat.VSZEL_GetUplinks(self._switch)
@@ -110,17 +107,8 @@ class Uplinks(HostObject):
         return [Uplink(self._changes, self._switch, nic, number) for nic, number in self._found().items()]
 
 
-class UplinkPorts(HostObject):
+class UplinkPorts(OfSwitch):
     """The uplink ports of a switch, in order."""
-
-    def __init__(self, changes: Changes, switch: str) -> None:
-        super().__init__(changes)
-        self._switch = switch
-
-    @property
-    def place(self) -> str:
-        """What errors and plans call it."""
-        return f"switch {self._switch}"
 
     def list(self) -> tuple[UplinkPort, ...]:
         """The uplink ports with their distributed-port ids."""

@@ -50,9 +50,12 @@ def require() -> None:
 
 def text(value: str) -> bytes:
     """A text for the library. ValueError for one with a zero in it, which would end it."""
-    if "\0" in value:
+    if not isinstance(value, str):
+        raise TypeError(f"a text is wanted, not {type(value).__name__}")
+    encoded = str.encode(value)
+    if b"\0" in encoded:
         raise ValueError(f"a text with a zero character in it: {value!r}")
-    return value.encode()
+    return encoded
 
 
 def field(value: str, name: str, width: int) -> bytes:
@@ -63,11 +66,31 @@ def field(value: str, name: str, width: int) -> bytes:
     return encoded
 
 
+def _argument(what: str, value: Any, kind: type[Any]) -> Any:
+    """An argument for a parameter of a C type, which alone would take null or an address for a text, and any int."""
+    if kind is ctypes.c_char_p:
+        if isinstance(value, bytes) and b"\0" in value:
+            raise ValueError(f"{what}: a text with a zero character in it: {value!r}")
+        if not isinstance(value, (str, bytes, ctypes.Array)):
+            raise TypeError(f"{what}: a text is wanted, not {type(value).__name__}")
+    elif isinstance(value, int) and issubclass(kind, ctypes._SimpleCData) and kind(value).value != value:
+        raise OverflowError(f"{what}: {value} is out of range")
+    return text(value) if isinstance(value, str) else value
+
+
 def call(what: str, function: str, *arguments: Any) -> None:
-    """Calls a function, named without its prefix; texts are converted. LabError for any status but success."""
+    """Calls a function, named without its prefix; texts are converted.
+
+    LabError for any status but success, TypeError for an argument of a wrong kind, OverflowError for an int that its
+    parameter does not hold.
+    """
     library = _library()
-    converted = [text(value) if isinstance(value, str) else value for value in arguments]
-    status = getattr(library, _PREFIX + function)(*converted)
+    entry = getattr(library, _PREFIX + function)
+    converted = [_argument(what, *pair) for pair in zip(arguments, entry.argtypes, strict=True)]
+    try:
+        status = entry(*converted)
+    except ctypes.ArgumentError as error:
+        raise TypeError(f"{what}: {error}") from None
     if status != _libkestrel.ZEL_OK:
         raise LabError(what, status, getattr(library, f"{_PREFIX}message")().decode(errors="replace"))
 

@@ -28,7 +28,9 @@ class LacpPartner:
     system: str = "02:4b:ff:00:00:01"
     """Groups form of links to one system."""
     system_priority: int = 32768
+    """0 to 65535; the lower one decides."""
     key: int = 1
+    """0 to 65535: links of one key can form a group."""
     collects: bool = True
     """Whether it takes in what comes."""
     distributes: bool = True
@@ -42,6 +44,7 @@ class Nic:
     """A NIC and what it is connected to."""
 
     name: str
+    """At most 31 bytes."""
     up: bool = True
     """Whether there is a link, as far as the cable goes."""
     speed: int = 10000
@@ -63,6 +66,7 @@ class Nic:
     numa_node: int = 0
     """The NUMA node that it is near to."""
     partner: LacpPartner = field(default_factory=LacpPartner)
+    """The far end of its link."""
 
 
 def _record(nic: Nic) -> _declarations.Nic:

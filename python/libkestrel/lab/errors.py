@@ -2,41 +2,28 @@
 
 from __future__ import annotations
 
-import _libkestrel
+from typing import Any
+
+from libkestrel._kestrel_error import sentence
+from libkestrel.errors import KestrelError, status_name
 
 
-class LabError(Exception):
-    """The host refused what was asked of it; nothing has changed."""
+class LabError(KestrelError):
+    """The host refused what was asked of it from outside; nothing has changed. `operation` is what was asked."""
+
+    detail: str
+    """More than the status says, or nothing."""
 
     def __init__(self, what: str, status: int, detail: str = "") -> None:
-        self.what = what
-        """What was asked."""
-        self.status = status
-        """The platform's status, one of `_libkestrel.ZEL_*`."""
+        super().__init__(status, status_name(status), sentence(status), what)
         self.detail = detail
-        """More than the status says, or nothing."""
-        super().__init__(what, status, detail)
-
-    @property
-    def sentence(self) -> str:
-        """The status in words."""
-        return str(_libkestrel.ZEL_ReturnStatusToString(self.status))
 
     def __str__(self) -> str:
-        detail = f" ({self.detail})" if self.detail else ""
-        return f"{self.what}: {self.sentence}{detail} [{status_name(self.status)}]"
+        return f"{super().__str__()}: {self.detail}" if self.detail else super().__str__()
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        return type(self), (self.operation, self.status, self.detail)
 
 
 class NotEmbeddedError(RuntimeError):
     """The platform of this process is not the embedded host, so that there is no laboratory."""
-
-
-def status_name(status: int) -> str:
-    """The name of a status, such as ZEL_BUSY; its number where it has none."""
-    return _NAMES.get(status, f"0x{status & 0xFFFFFFFF:08x}")
-
-
-_FIRST, _LAST = _libkestrel.ZEL_FAILURE, _libkestrel.ZEL_LAST_ERR - 1
-_NAMES: dict[int, str] = {
-    value: name for name, value in vars(_libkestrel).items() if isinstance(value, int) and _FIRST <= value <= _LAST
-}

@@ -21,6 +21,7 @@ class Fault:
     """A fault that is armed, as it stands."""
 
     id: int
+    """Its number, for `disarm`."""
     function: str
     """The platform's function that meets it."""
     at: int

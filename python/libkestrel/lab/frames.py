@@ -46,8 +46,11 @@ class Tag:
     kind: int
     """0x8100, or 0x88a8 for a service tag."""
     vlan: int
+    """VLAN identifier, 0 to 4095."""
     priority: int
+    """0 to 7 (IEEE 802.1Q)."""
     drop_eligible: bool
+    """Whether it may be dropped before others."""
 
 
 @dataclass(frozen=True)

@@ -6,6 +6,7 @@ import ctypes
 from collections.abc import Iterator
 from contextlib import contextmanager
 from pathlib import Path
+from typing import NoReturn
 
 from libkestrel.lab import _declarations, _library
 
@@ -21,6 +22,9 @@ class Snapshot:
     def restore(self) -> None:
         """Makes the host what it was then; as often as one likes."""
         _library.call("restoring of a snapshot", "restore", self._number)
+
+    def __reduce__(self) -> NoReturn:
+        raise TypeError("a snapshot is kept once and cannot be copied")
 
     def __del__(self) -> None:
         if hasattr(self, "_number"):

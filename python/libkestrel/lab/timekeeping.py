@@ -10,9 +10,11 @@ _NANOSECONDS = 1_000_000_000
 
 
 def nanoseconds(duration: float | timedelta) -> int:
-    """A duration, in seconds where it is a number. ValueError for one that is negative or no duration at all."""
+    """A duration, in seconds where it is a number. ValueError for one that is negative or beyond the clock's range."""
     if isinstance(duration, timedelta):
         whole = (duration.days * 86400 + duration.seconds) * _NANOSECONDS + duration.microseconds * 1000
+    elif not isinstance(duration, (int, float)):
+        raise TypeError(f"a duration is a number of seconds or a timedelta, not {type(duration).__name__}")
     else:
         try:
             whole = duration * _NANOSECONDS if isinstance(duration, int) else round(duration * _NANOSECONDS)
@@ -47,3 +49,4 @@ class Clock:
 
 
 clock = Clock()
+"""The clock of this process's host."""

@@ -15,8 +15,9 @@ def send(switch: str, port: str, frame: bytes) -> None:
     """Lets a frame, without its check sequence, come in through a port: from its client, or from the network for an
     uplink. What the switch makes of it, dropping it included, is no failure.
     """
-    data = (ctypes.c_uint8 * len(frame)).from_buffer_copy(frame)
-    _library.call(f"frame into port {port} of {switch}", "send", switch, port, data, len(frame))
+    content = bytes(memoryview(frame))
+    data = (ctypes.c_uint8 * len(content)).from_buffer_copy(content)
+    _library.call(f"frame into port {port} of {switch}", "send", switch, port, data, len(content))
 
 
 def play(switch: str, port: str, path: str | os.PathLike[str], *, timed: bool = True) -> int:
@@ -30,18 +31,20 @@ def play(switch: str, port: str, path: str | os.PathLike[str], *, timed: bool = 
 
 def write_pcap(path: str | os.PathLike[str], frames: Sequence[Frame]) -> None:
     """Writes frames to a pcap file, each with its time in nanoseconds, in place of a file that is there."""
-    head = ctypes.sizeof(_declarations.Frame) * len(frames)
-    data = b"".join(frame.data for frame in frames)
+    # Read once: what is asked again may answer otherwise.
+    taken = [(frame.time_ns, bytes(memoryview(frame.data)), bool(frame.incoming)) for frame in frames]
+    head = ctypes.sizeof(_declarations.Frame) * len(taken)
+    data = b"".join(content for _, content, _ in taken)
     block = ctypes.create_string_buffer(head + len(data))
-    records = (_declarations.Frame * len(frames)).from_buffer(block)
+    records = (_declarations.Frame * len(taken)).from_buffer(block)
     offset = 0
-    for record, frame in zip(records, frames, strict=True):
-        record.time, record.offset, record.length = frame.time_ns, offset, len(frame.data)
-        record.is_incoming = bytes([frame.incoming])
-        offset += len(frame.data)
+    for record, (time, content, incoming) in zip(records, taken, strict=True):
+        record.time, record.offset, record.length = time, offset, len(content)
+        record.is_incoming = bytes([incoming])
+        offset += len(content)
     ctypes.memmove(ctypes.addressof(block) + head, data, len(data))
     pointer = ctypes.cast(block, ctypes.POINTER(_declarations.Frame))
-    _library.call(f"pcap file {os.fspath(path)}", "write_pcap", os.fspath(path), pointer, len(frames), len(data))
+    _library.call(f"pcap file {os.fspath(path)}", "write_pcap", os.fspath(path), pointer, len(taken), len(data))
 
 
 class Capture:
@@ -49,7 +52,9 @@ class Capture:
 
     def __init__(self, switch: str, port: str, direction: str) -> None:
         self.switch = switch
+        """The switch."""
         self.port = port
+        """The port's id."""
         self.dropped = 0
         """How many of the oldest frames there was no room for."""
         self._direction = direction

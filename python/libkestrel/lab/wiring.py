@@ -30,6 +30,7 @@ class Client:
     kind: str
     """ "machine", "service" or "nic"."""
     name: str
+    """The client's name, at most 1039 bytes; a NIC's own."""
     mac: str
     """The address of its hardware."""
     used_mac: str
@@ -94,10 +95,10 @@ def set_adapter(
     wanted = k.ZEL_ETH_FILTER_UNICAST | k.ZEL_ETH_FILTER_MULTICAST | k.ZEL_ETH_FILTER_BROADCAST
     wanted |= k.ZEL_ETH_FILTER_ALLMULTI if all_multicast else 0
     wanted |= k.ZEL_ETH_FILTER_PROMISC if promiscuous else 0
-    addresses = b"".join(frames.mac(group) for group in groups)
-    array = (ctypes.c_uint8 * len(addresses))(*addresses)
+    taken = [frames.mac(group) for group in groups]
+    array = (ctypes.c_uint8 * (6 * len(taken)))(*b"".join(taken))
     what = f"adapter at port {port} of {switch}"
-    _library.call(what, "set_adapter", switch, port, _address(mac), wanted, array, len(groups))
+    _library.call(what, "set_adapter", switch, port, _address(mac), wanted, array, len(taken))
 
 
 def set_client_node(switch: str, port: str, numa_node: int) -> None:
@@ -120,8 +121,9 @@ def client_at(switch: str, port: str) -> Client:
 
 def add_lag(switch: str, name: str, uplinks: Sequence[str], *, number: int) -> None:
     """Makes a group of uplinks under a number of its own."""
-    names = (ctypes.c_char_p * len(uplinks))(*(_library.text(uplink) for uplink in uplinks))
-    _library.call(f"group {name} of {switch}", "add_lag", switch, number, name, names, len(uplinks))
+    texts = [_library.text(uplink) for uplink in uplinks]
+    names = (ctypes.c_char_p * len(texts))(*texts)
+    _library.call(f"group {name} of {switch}", "add_lag", switch, number, name, names, len(texts))
 
 
 def remove_lag(switch: str, name: str) -> None:

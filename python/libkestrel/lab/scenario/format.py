@@ -65,6 +65,7 @@ TEAM_FLAGS = {
     "notify": k.TEAM_FRP_FLAG_NOTIFY_SWITCH,
     "block-output": k.TEAM_FRP_FLAG_BLOCK_OUTPUT,
     "lacp-client": k.TEAM_FRP_FLAG_LACP_CLIENT,
+    "link-tracking": k.TEAM_FRP_FLAG_LST,
 }
 VERSIONS = {"6.0": k.DVS_VERSION_60, "6.5": k.DVS_VERSION_65, "6.6": k.DVS_VERSION_66, "7.0": k.DVS_VERSION_70}
 PRIVATE_KINDS = {

@@ -414,9 +414,18 @@ INSTANTIATE_TEST_SUITE_P(Kinds, FailuresOfChanges, testing::Range(std::size_t{0}
                          });
 
 TEST_F(StorageFailures, OfAGroupOfChangesTakeAllOfIt) {
+  // A cache of few pages, which the group overflows: pages are written long before the end.
+  MakeFile(folder_);
+  Execute(path(), "PRAGMA default_cache_size = 10; PRAGMA wal_checkpoint(TRUNCATE)");
+  const std::string contents = ContentsOf(path());
+  constexpr int kChanges = 8;
+  const std::string value(std::size_t{4} * kPage, 'v');
   for (const auto &[fault, status] : kFaults) {
+    std::uint64_t failures = 0;
+    int in_the_middle = 0;
     for (std::uint64_t nth = 1;; ++nth) {
-      for (const char *suffix : {"", "-wal", "-shm"}) fs::remove(path() + suffix);
+      for (const char *suffix : {"-wal", "-shm"}) fs::remove(path() + suffix);
+      Write(path(), contents);
       HostFile file(path(), MakeTestHost);
       file.Refresh();
       const std::string before = DumpOf(file.host());
@@ -424,9 +433,7 @@ TEST_F(StorageFailures, OfAGroupOfChangesTakeAllOfIt) {
       FailStorage(StorageOperation::kWrite, fault, nth, false);
       file.Begin();
       int ended = ZEL_OK;
-      // Enough to overflow the cache, so that pages are written before the end.
-      const std::string value(kMaxPropertyValue / 2, 'v');
-      for (int i = 0; i < 8 && ended == ZEL_OK; ++i) {
+      for (int i = 0; i < kChanges && ended == ZEL_OK; ++i) {
         ended = StatusOf([&] {
           file.Begin();
           file.host().SetProperty({.switch_name = kAlias}, "key" + std::to_string(i), {value});
@@ -436,6 +443,7 @@ TEST_F(StorageFailures, OfAGroupOfChangesTakeAllOfIt) {
       if (ended == ZEL_OK) {
         ended = StatusOf([&] { file.Commit(); });
       } else {
+        ++in_the_middle;
         EXPECT_STATUS(ended, file.Commit()) << "what has lost a part cannot be committed";
       }
       EXPECT_FALSE(file.InTransaction());
@@ -443,6 +451,7 @@ TEST_F(StorageFailures, OfAGroupOfChangesTakeAllOfIt) {
       MendStorage();
       file.Refresh();
       if (ended != ZEL_OK) {
+        ++failures;
         EXPECT_EQ(ended, status);
         ASSERT_EQ(DumpOf(file.host()), before) << nth;
         ASSERT_EQ(DumpAfterCrash(), before) << nth;
@@ -450,8 +459,9 @@ TEST_F(StorageFailures, OfAGroupOfChangesTakeAllOfIt) {
         ASSERT_EQ(DumpAfterCrash(), DumpOf(file.host())) << nth;
       }
       if (!was_met) break;
-      if (nth > 40) nth += 97;
     }
+    EXPECT_GT(failures, 2U * kChanges) << "every write was one that failed";
+    EXPECT_GT(in_the_middle, kChanges) << "also before the end";
   }
 }
 
