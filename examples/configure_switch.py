@@ -81,7 +81,7 @@ def teaming_of(port: str) -> str:
     policy = k.new_VSTeamPolicy()
     check(k.VSDVS_GetPortTeamingPolicy(SWITCH, port, policy), f"teaming policy of {port}")
     active, standby = k.VSTeamPolicy_numActive_get(policy), k.VSTeamPolicy_numStandby_get(policy)
-    names = [k.VSTeamPolicy___getitem__(policy, i) for i in range(active + standby)]
+    names = [str(k.VSTeamPolicy___getitem__(policy, i)) for i in range(active + standby)]
     k.delete_VSTeamPolicy(policy)
     return f"active {', '.join(names[:active])}, standby {', '.join(names[active:])}"
 
@@ -126,10 +126,11 @@ def print_mirrors() -> None:
     table = Table("Session", "Name", "From", "To", "Bytes of a packet", title="Mirror sessions")
     for i in range(k.DVMirrorSessionTable_numSessions_get(sessions)):
         session = k.DVMirrorSessionTable___getitem__(sessions, i)
+        assert session is not None
         counts = k.DVMirrorSession_numDstEntities_get(session), k.DVMirrorSession_numSrcInEntities_get(session)
         first = k.DVMirrorSession_startIdx_get(session)
         ports = [
-            k.DVMirrorEntity_get_entity(k.DVMirrorSessionTable_get_first_session_entity(sessions, first + slot))
+            str(k.DVMirrorEntity_get_entity(k.DVMirrorSessionTable_get_first_session_entity(sessions, first + slot)))
             for slot in range(sum(counts))
         ]
         to, source = ", ".join(ports[: counts[0]]), ", ".join(ports[counts[0] :])
@@ -157,8 +158,7 @@ def read_options(names: list[str]) -> dict[str, int | bytes]:
     values: dict[str, int | bytes] = {}
     entry = k.VSRuntimeOptions_get_first_option(options)
     while entry is not None and len(values) < len(names):
-        name = k.VSRuntimeOptionHeader_get_option_name(entry)
-        values[name] = k.VSRuntimeOptionHeader_get_option_value(entry)
+        values[str(k.VSRuntimeOptionHeader_get_option_name(entry))] = k.VSRuntimeOptionHeader_get_option_value(entry)
         entry = k.VSRuntimeOptions_get_next_option(options, entry)
     check(k.VSZEL_FreeMemory(options), "release of the options")
     return values
@@ -169,8 +169,13 @@ def write_options(values: dict[str, int | str]) -> None:
     options = k.new_VSRuntimeOptions(k.VS_CHARDEV_MAX_RUNTIME_OPTIONS_LENGTH)
     first = entry = k.VSRuntimeOptions_get_first_option(options)
     for name, value in values.items():
-        add = k.VSRuntimeOptions_add_str_option if isinstance(value, str) else k.VSRuntimeOptions_add_int_option
-        entry = add(options, entry, name, k.get_runtime_option_type_from_name(name), value)
+        code = k.get_runtime_option_type_from_name(name)
+        if isinstance(value, str):
+            entry = k.VSRuntimeOptions_add_str_option(options, entry, name, code, value)
+        else:
+            entry = k.VSRuntimeOptions_add_int_option(options, entry, name, code, value)
+    assert first is not None
+    assert entry is not None
     k.VSRuntimeOptions_set_options_length(options, int(entry) - int(first))
     status = k.VSZEL_SetRuntimeOptions(options)
     k.delete_VSRuntimeOptions(options)
@@ -202,6 +207,7 @@ def property_of_switch(key: str) -> bytes:
 def shown_mtu() -> int:
     """The MTU that the switch says it has."""
     info = k.alloc_vs_info()
+    assert info is not None
     check(k.VSZEL_GetVSInfo(SWITCH, info), f"switch {SWITCH}")
     mtu = k.VSInfo_mtu_get(info)
     k.free_vs_info(info)

@@ -81,6 +81,7 @@ def mac_rows(switch: str) -> list[tuple[int, str, str, int]]:
     rows = []
     for i in range(k.VSMACTable_numEntries_get(table)):
         entry = k.VSMACEntry___getitem__(first, i)
+        assert entry is not None
         address = ctypes.string_at(int(k.VSMACEntry_macAddress_get(entry)), k.ZEL_ETH_ADDR_LENGTH).hex(":")
         port, age = k.VSMACEntry_portID_get(entry), k.VSMACEntry_elapsed_get(entry)
         rows.append((k.VSMACEntry_vid_get(entry), address, names.get(port, f"0x{port:08x}"), age))
@@ -106,8 +107,9 @@ def print_lags() -> None:
         check(status, "LAG table")
         lag = k.VSLAGTable_vs_lag_table_first_lag(lags)
         for _ in range(k.VSLAGTable_numLAGs_get(lags)):
+            assert lag is not None
             up = k.VSLAGStatus_uplinkLinkupBitmap_get(lag)
-            members = [k.VSLAGStatus_get_uplink_name(lag, i) for i in range(k.VSLAGStatus_numUplinks_get(lag))]
+            members = [str(k.VSLAGStatus_get_uplink_name(lag, i)) for i in range(k.VSLAGStatus_numUplinks_get(lag))]
             used, spare = ([m for i, m in enumerate(members) if (up >> i & 1) == is_used] for is_used in (1, 0))
             state = "up" if k.VSLAGStatus_state_get(lag) == k.ZEL_LINK_STATE_UP else "down"
             table.add_row(moment, k.VSLAGStatus_get_name(lag), state, ", ".join(used), ", ".join(spare) or "none")
@@ -175,6 +177,7 @@ def decode(path: Path) -> list[str]:
 def state() -> dict[str, str]:
     """What is compared before and after the crash."""
     info = k.alloc_vs_info()
+    assert info is not None
     check(k.VSZEL_GetVSInfo(MACHINES, info), MACHINES)
     mtu = k.VSInfo_mtu_get(info)
     k.free_vs_info(info)

@@ -32,7 +32,7 @@ def switch_names() -> list[str]:
     switches = k.VSZEL_GetSwitchesPy(k.VS_LIST_DVS_ALIAS)
     if switches is None:
         sys.exit("the list of switches could not be read")
-    names = [k.VSList___getitem__(switches, i) for i in range(k.VSList_count_get(switches))]
+    names = [str(k.VSList___getitem__(switches, i)) for i in range(k.VSList_count_get(switches))]
     k.delete_VSList(switches)
     return names
 
@@ -41,6 +41,7 @@ def print_switches(names: list[str]) -> None:
     """A table of the switches, read through one record."""
     table = Table("Switch", "MTU", "VLANs", "Active ports", "Ports at most", title="Switches")
     info = k.alloc_vs_info()
+    assert info is not None
     for name in names:
         check(k.VSZEL_GetVSInfo(name, info), f"switch {name}")
         vlans = f"{k.VSInfo_minValidVlan_get(info)} to {k.VSInfo_maxValidVlan_get(info)}"
@@ -71,8 +72,9 @@ def print_lags(name: str) -> None:
     table = Table("LAG", "State", "Uplinks (up in bold)", title=f"Link aggregation of {name}")
     lag = k.VSLAGTable_vs_lag_table_first_lag(lags)
     for _ in range(k.VSLAGTable_numLAGs_get(lags)):
+        assert lag is not None
         up = k.VSLAGStatus_uplinkLinkupBitmap_get(lag)
-        members = [k.VSLAGStatus_get_uplink_name(lag, i) for i in range(k.VSLAGStatus_numUplinks_get(lag))]
+        members = [str(k.VSLAGStatus_get_uplink_name(lag, i)) for i in range(k.VSLAGStatus_numUplinks_get(lag))]
         shown = ", ".join(f"[bold]{m}[/]" if up >> i & 1 else m for i, m in enumerate(members))
         state = "up" if k.VSLAGStatus_state_get(lag) == k.ZEL_LINK_STATE_UP else "down"
         table.add_row(k.VSLAGStatus_get_name(lag), state, shown)
@@ -94,6 +96,7 @@ def print_macs(name: str) -> None:
     first = k.VSMACTable_macEntries_get(macs)
     for i in range(k.VSMACTable_numEntries_get(macs)):
         entry = k.VSMACEntry___getitem__(first, i)
+        assert entry is not None
         address = ctypes.string_at(int(k.VSMACEntry_macAddress_get(entry)), k.ZEL_ETH_ADDR_LENGTH).hex(":")
         kind, age = kinds[k.VSMACEntry_macAddrType_get(entry)], k.VSMACEntry_elapsed_get(entry)
         port, vlan = k.VSMACEntry_portID_get(entry), k.VSMACEntry_vid_get(entry)

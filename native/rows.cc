@@ -13,6 +13,17 @@ namespace kestrel::records {
 
 namespace {
 
+/** The numbers below 256, which the interpreter has only once each. */
+std::array<PyObject *, 256> small_numbers;
+
+bool MakeSmallNumbers() {
+  for (std::size_t i = 0; i < small_numbers.size(); ++i) {
+    if (!small_numbers[i]) small_numbers[i] = PyLong_FromSize_t(i);
+    if (!small_numbers[i]) return false;
+  }
+  return true;
+}
+
 /** Numbers that stood in a column lately, as objects: port identifiers, VLANs and ages come again and again. */
 class Recent {
  public:
@@ -24,6 +35,7 @@ class Recent {
   }
 
   PyObject *Number(std::uint64_t number) {
+    if (number < small_numbers.size()) return Py_NewRef(small_numbers[number]);
     Entry &entry = entries_[number % entries_.size()];
     if (entry.object && entry.number == number) [[likely]] {
       return Py_NewRef(entry.object);
@@ -322,7 +334,7 @@ std::vector<Source> *SourcesOf(const Place &at, const Columns *columns, Py_ssize
 int AddRows(PyObject *module) {
   rows_type = reinterpret_cast<PyTypeObject *>(PyType_FromSpec(&rows_spec));
   iterator_type = reinterpret_cast<PyTypeObject *>(PyType_FromSpec(&iterator_spec));
-  return rows_type && iterator_type ? PyModule_AddType(module, rows_type) : -1;
+  return rows_type && iterator_type && MakeSmallNumbers() ? PyModule_AddType(module, rows_type) : -1;
 }
 
 PyObject *NewRows(const Place &at, Record *root, char *data, Py_ssize_t count, Py_ssize_t stride) {

@@ -71,6 +71,8 @@ std::uint32_t SwitchConfig::CountActivePorts() const {
 
 void SwitchConfig::AddPort(Port port) {
   CheckName(port.name, ZEL_VDS_PORT_ID_MAX_LEN);
+  // Told before the limit: of a port that is there, a full switch is not what is wrong.
+  if (ports_.FindNamed(port.name) != nullptr) throw StatusError(ZEL_EXISTS);
   if (ports_.size() >= spec_.max_ports) throw StatusError(ZEL_LIMIT_EXCEEDED);
   const PortId id = port.id;
   const bool has_properties = !port.properties.Items().empty();
@@ -91,6 +93,7 @@ void SwitchConfig::RemovePort(PortId id) noexcept {
 
 void SwitchConfig::AddUplink(std::string name, Port port) {
   CheckTeamingName(name, ZEL_VDS_PORT_ALIAS_MAX_LEN);
+  if (uplinks_.FindNamed(name) != nullptr) throw StatusError(ZEL_EXISTS);
   if (uplinks_.size() >= ZEL_TEAM_MAX_UPLINKS) throw StatusError(ZEL_LIMIT_EXCEEDED);
   const PortId id = port.id;
   AddPort(std::move(port));

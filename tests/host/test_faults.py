@@ -154,6 +154,9 @@ class OwnError(Exception):
         ({"status": 0}, lab.LabError, "success is no fault"),
         ({"status": 1, "at": 0}, lab.LabError, "numbered from 1"),
         ({"status": 1, "times": 0}, lab.LabError, "numbered from 1"),
+        ({"status": 1, "times": -1}, OverflowError, "-1 is not from 0"),
+        ({"status": 1, "at": 2**64}, OverflowError, "is not from 0"),
+        ({"status": 2**31}, OverflowError, "is not from -2147483648"),
     ],
 )
 def test_a_fault_that_makes_no_sense_is_refused(arguments: dict[str, Any], error: Any, message: str) -> None:

@@ -6,6 +6,7 @@ import ast
 import subprocess
 import sys
 import tomllib
+from collections.abc import Callable
 from pathlib import Path
 from types import BuiltinFunctionType
 
@@ -48,11 +49,20 @@ def test_the_packages_stubs_have_every_name() -> None:
     assert defined("libkestrel/enums.pyi") == set(enums.__all__)
 
 
-def check(*targets: str, config: Path | None = None) -> str:
+Check = Callable[..., str]
+
+
+@pytest.fixture(scope="module")
+def check(tmp_path_factory: pytest.TempPathFactory) -> Check:
     """What mypy says, with the installed package and stubs; without this project's settings unless they are given."""
-    command = [sys.executable, "-m", "mypy", "--strict", f"--config-file={config or ''}", "--cache-dir=/dev/null"]
-    done = subprocess.run([*command, *targets], cwd=HERE, capture_output=True, text=True, check=False)
-    return done.stdout + done.stderr
+    cache = tmp_path_factory.mktemp("mypy")
+
+    def run(*targets: str, config: Path | None = None) -> str:
+        command = [sys.executable, "-m", "mypy", "--strict", f"--config-file={config or ''}", f"--cache-dir={cache}"]
+        done = subprocess.run([*command, *targets], cwd=HERE, capture_output=True, text=True, check=False)
+        return done.stdout + done.stderr
+
+    return run
 
 
 @pytest.fixture
@@ -71,26 +81,26 @@ def settings(tmp_path: Path) -> Path:
     return file
 
 
-def test_the_installed_package_passes_strict_checking() -> None:
+def test_the_installed_package_passes_strict_checking(check: Check) -> None:
     assert check("-p", "libkestrel").startswith("Success")
 
 
-def test_the_examples_pass_strict_checking() -> None:
+def test_the_examples_pass_strict_checking(check: Check) -> None:
     examples = [str(path) for path in sorted((ROOT / "examples").rglob("*.py"))]
     assert len(examples) > 10
     assert check(*examples).startswith("Success")
 
 
-def test_the_packages_tests_pass_strict_checking(settings: Path) -> None:
+def test_the_packages_tests_pass_strict_checking(check: Check, settings: Path) -> None:
     tests = [str(path) for path in sorted(Path(__file__).parent.glob("*.py"))]
     assert check(*tests, config=settings).startswith("Success")
 
 
-def test_a_program_that_uses_them_passes_strict_checking() -> None:
+def test_a_program_that_uses_them_passes_strict_checking(check: Check) -> None:
     assert check("program.py").startswith("Success")
 
 
-def test_wrong_uses_are_found() -> None:
+def test_wrong_uses_are_found(check: Check) -> None:
     found = check("mistakes.py")
     wanted = [
         i for i, line in enumerate((HERE / "mistakes.py").read_text().splitlines(), 1) if line.endswith("# wrong")

@@ -60,6 +60,15 @@ def test_the_wheel_holds_the_module_the_libraries_and_the_package() -> None:
     assert scenarios | {"libkestrel/cli/answers-1.json"} <= files
 
 
+def test_what_is_tested_is_what_is_installed() -> None:
+    installed = Path(str(metadata.distribution("libkestrel").locate_file("")))
+    assert {Path(m.__file__ or "").parents[n] for m, n in ((libkestrel, 1), (_libkestrel, 0))} == {installed}
+    assert not Path(libkestrel.__file__).is_relative_to(ROOT / "python")
+    for path in (ROOT / "python" / "libkestrel").rglob("*.py*"):
+        if path.suffix in (".py", ".pyi"):
+            assert (installed / path.relative_to(ROOT / "python")).read_bytes() == path.read_bytes(), path
+
+
 def test_the_version_stands_in_one_place() -> None:
     stated = re.search(r"project\(libkestrel VERSION ([\d.]+)", (ROOT / "CMakeLists.txt").read_text())
     assert stated is not None

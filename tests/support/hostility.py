@@ -156,7 +156,7 @@ SIMPLE: tuple[Any, ...] = (
     _libkestrel.cvar,
     _libkestrel.cvar.runtimeOptionNames,
     _libkestrel.new_VSInfo(),
-    _libkestrel.new_VSMACTable(3),
+    _libkestrel.new_VSMACEntry(),
     len,
 )
 """Values of every kind, small, huge, negative, malformed."""

@@ -94,6 +94,14 @@ def _signature(node: ast.FunctionDef, *, method: bool) -> str:
     return f"{node.name}({ast.unparse(arguments)}){result}"
 
 
+def _ways(node: ast.FunctionDef, decorators: list[str]) -> str:
+    """What can be done to a setting besides reading it: one that stands for a property can be cleared."""
+    (made,) = [d for d in node.decorator_list if isinstance(d, ast.Call)]
+    ways = ["="] if f"{node.name}.writes" in decorators else []
+    ways += ["del"] if len(made.args) > 1 or f"{node.name}.clears" in decorators else []
+    return f" ({', '.join(ways)})" if ways else ""
+
+
 def _methods(cls: ast.ClassDef) -> Iterator[tuple[str, str]]:
     """The public attributes and methods that a class defines itself, as they are used, with their texts."""
     own = [node for node in cls.body if isinstance(node, ast.FunctionDef)]
@@ -118,9 +126,7 @@ def _methods(cls: ast.ClassDef) -> Iterator[tuple[str, str]]:
         names = decorators[node]
         result = f": {ast.unparse(node.returns)}" if node.returns else ""
         if any(name.startswith("setting(") for name in names):
-            ways = [" ="] if any(f"{node.name}.writes" in d for d in decorators.values()) else []
-            ways += [" del"]
-            yield f"{node.name}{result} ({','.join(ways).strip()})", text
+            yield f"{node.name}{result}{_ways(node, [d for found in decorators.values() for d in found])}", text
         elif "property" in names:
             yield f"{node.name}{result}", text
         else:

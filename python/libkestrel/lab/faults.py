@@ -85,6 +85,9 @@ def arm(
     """
     if [status is not None, raises is not None, disk_full].count(True) != 1:
         raise TypeError("a fault is one of status, raises and disk_full")
+    for number, low, high in ((at, 0, ALWAYS), (times, 0, ALWAYS), (status or 0, -(2**31), 2**31 - 1)):
+        if not low <= number <= high:
+            raise OverflowError(f"fault for {function}: {number} is not from {low} to {high}")
     fields = _declarations.Fault._fields_
     width = {field[0]: ctypes.sizeof(field[1]) for field in fields}
     record = _declarations.Fault(at=at, times=times)
@@ -98,7 +101,7 @@ def arm(
         record.effect = _declarations.DISK_FULL
     else:
         record.effect = _declarations.STATUS
-        record.status = ctypes.c_int(status or 0).value
+        record.status = status or 0
     return _library.number(f"fault for {function}", "arm_fault", ctypes.byref(record))
 
 

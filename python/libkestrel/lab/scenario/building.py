@@ -101,8 +101,13 @@ def _set_options(options: dict[str, int | str]) -> int:
     with policies.record("VSRuntimeOptions", k.VS_CHARDEV_MAX_RUNTIME_OPTIONS_LENGTH) as packed:
         first = entry = k.VSRuntimeOptions_get_first_option(packed)
         for name, value in options.items():
-            add = k.VSRuntimeOptions_add_str_option if isinstance(value, str) else k.VSRuntimeOptions_add_int_option
-            entry = add(packed, entry, name, k.get_runtime_option_type_from_name(name), value)
+            code = k.get_runtime_option_type_from_name(name)
+            if isinstance(value, str):
+                entry = k.VSRuntimeOptions_add_str_option(packed, entry, name, code, value)
+            else:
+                entry = k.VSRuntimeOptions_add_int_option(packed, entry, name, code, value)
+        assert first is not None
+        assert entry is not None
         k.VSRuntimeOptions_set_options_length(packed, _address(entry) - _address(first))
         return int(k.VSZEL_SetRuntimeOptions(packed))
 
