@@ -17,6 +17,7 @@ from hypothesis import strategies as st
 
 import scenario_page
 from libkestrel import lab
+from libkestrel.lab import wiring
 from libkestrel.lab.scenario import (
     ScenarioError,
     load_scenario,
@@ -295,6 +296,18 @@ def test_an_example_loads_as_it_is_written(path: Path) -> None:
 
 def test_there_are_examples() -> None:
     assert {path.stem for path in EXAMPLES} == {"datacentre", "small-office", "pvlan-hosting"}
+
+
+def test_clients_are_plugged_in_without_a_look_at_all_others(monkeypatch: pytest.MonkeyPatch) -> None:
+    """A list of all clients for each of them makes big hosts take minutes."""
+
+    def listed(switch: str) -> list[lab.Client]:
+        raise AssertionError(f"the clients of {switch} are listed")
+
+    with monkeypatch.context() as patched:
+        patched.setattr(wiring, "clients", listed)
+        load_scenario_text(SWITCH + "port = [{ id = 1, count = 20, client = { name = 'c{n}' } }]\n")
+    assert [client.name for client in lab.clients("s")] == [f"c{n}" for n in range(1, 21)]
 
 
 def test_what_is_wrong_leaves_the_host_as_it_was() -> None:

@@ -62,10 +62,15 @@ def connect(
 
     A client that brings no address is given one.
     """
+    plug_client(switch, port, name, kind, mac)
+    return client_at(switch, port)
+
+
+def plug_client(switch: str, port: str, name: str, kind: str | int, mac: str | bytes | None) -> None:
+    """Connects a client without telling of it, which takes a look at all of the switch's."""
     numbers = {word: number for number, word in _KINDS.items()}
     number = numbers[kind] if isinstance(kind, str) else kind
     _library.call(f"client {name} at port {port} of {switch}", "connect", switch, port, number, name, _address(mac))
-    return client_at(switch, port)
 
 
 def connect_nic(switch: str, uplink: str, nic: str) -> None:

@@ -262,7 +262,7 @@ def _connect(switch: str, port: str, client: Client, index: int) -> None:
     mac = None
     if client.mac is not None:
         mac = (int.from_bytes(client.mac, "big") + index).to_bytes(6, "big")
-    wiring.connect(switch, port, client.name.replace(NUMBER, str(index + 1)), kind=client.kind, mac=mac)
+    wiring.plug_client(switch, port, client.name.replace(NUMBER, str(index + 1)), client.kind, mac)
 
 
 def _send(step: Traffic, folder: Path) -> None:
