@@ -43,6 +43,12 @@ def test_a_terminal_gets_colours_unless_it_wants_none(office: Process) -> None:
     assert "uplink1, uplink2" in seen
 
 
+def test_a_narrow_terminal_breaks_lines_and_no_cells(office: Process) -> None:
+    code, seen = on_terminal(office, "port", "list", "dvs-office", COLUMNS="40", NO_COLOR="1")
+    assert code == 0
+    assert "  desk-1.eth0   02:4b:10:00:00:01  no" in seen
+
+
 def test_watching_on_a_terminal_is_in_place(office: Process) -> None:
     code, seen = on_terminal(office, "watch", "--count", "2", "--interval", "0.05")
     assert code == 0

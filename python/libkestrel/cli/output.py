@@ -92,7 +92,10 @@ def _write_rich(titles: list[str], rows: list[list[str]], right: list[bool]) -> 
 
     console = Console(highlight=False)
     if rows or titles:
-        console.print(rich_table(titles, rows, right, Text))
+        table = rich_table(titles, rows, right, Text)
+        # A terminal that is too narrow breaks lines; cells that are broken in the middle could not be read or copied.
+        console.width = max(console.width, console.measure(table, options=console.options.update(width=10_000)).maximum)
+        console.print(table, soft_wrap=True)
 
 
 def rich_table(titles: list[str], rows: list[list[str]], right: Sequence[bool], text: Any) -> Any:
