@@ -9,7 +9,15 @@ from typing import TYPE_CHECKING
 import pytest
 
 from libkestrel import MirrorEntity, MirrorSession, TeamingPolicy, errors, host
-from libkestrel.host import LoadBalance, MacKind, MulticastMode, PortLearning, SourceMode
+from libkestrel.host import (
+    Counters,
+    LoadBalance,
+    MacKind,
+    MulticastMode,
+    PortLearning,
+    PortStatistics,
+    SourceMode,
+)
 from libkestrel.records import MacAddress
 
 if TYPE_CHECKING:
@@ -127,3 +135,34 @@ def test_a_failover_is_announced(kestrel_host: EmbeddedHost) -> None:
     assert switch.rarp_statistics().sent > before.sent
     assert switch.service_port_statistics().send_errors >= 0
     switch.refresh_numa()
+
+
+def test_ports_tell_what_has_passed_them(kestrel_host: EmbeddedHost) -> None:
+    switch = kestrel_host.switch(SWITCH)
+    port, other = switch.port("10"), switch.port("11")
+    before, heard = port.statistics(), other.statistics()
+    own = MacAddress(CLIENT).packed
+    to_all, to_group = b"\xff" * 6 + own, bytes.fromhex("01005e0a0b0c") + own
+    for head, size in ((to_all, 60), (to_all, 100), (to_group, 80)):
+        kestrel_host.lab.send(SWITCH, "10", (head + b"\x88\xb5").ljust(size, b"\0"))
+    into = port.statistics().incoming
+    assert (into.broadcast_frames, into.broadcast_bytes) == (
+        before.incoming.broadcast_frames + 2,
+        before.incoming.broadcast_bytes + 160,
+    )
+    assert (into.multicast_frames, into.multicast_bytes) == (
+        before.incoming.multicast_frames + 1,
+        before.incoming.multicast_bytes + 80,
+    )
+    assert (into.frames, into.bytes) == (before.incoming.frames + 3, before.incoming.bytes + 240)
+    assert other.statistics().outgoing.broadcast_frames == heard.outgoing.broadcast_frames + 2
+
+
+def test_a_port_that_nobody_was_plugged_into_counts_nothing(kestrel_host: EmbeddedHost) -> None:
+    switch = kestrel_host.switch(SWITCH)
+    switch.ports.add("empty")
+    none = Counters(*[0] * 8)
+    assert switch.port("empty").statistics() == PortStatistics(none, none)
+    switch.ports.remove("empty")
+    with pytest.raises(errors.NotFound):
+        switch.port("empty").statistics()

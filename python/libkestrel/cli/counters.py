@@ -45,23 +45,16 @@ def sample(switches: list[Switch], ports: Mapping[str, list[str]]) -> dict[Key, 
 
 
 def _numbers(port: Port) -> tuple[int, int, int, int, int, int]:
-    """Frames, bytes and drops into the switch, and the same out of it. Nothing while nobody is plugged in."""
+    """Frames, bytes and drops into the switch, and the same out of it. Nothing of one that has just gone."""
     import _libkestrel as flat
 
-    from libkestrel import records
     from libkestrel._kestrel_error import KestrelError
 
     try:
-        counted = port.properties.read(flat.ZEL_VDSPROP_PORT_STATISTICS, records.zel_VDSPortStatistics)
+        counted = port.statistics()
     except KestrelError as error:
-        if error.status not in (flat.ZEL_NOT_FOUND, flat.ZEL_IS_DISCONNECTED):
+        if error.status != flat.ZEL_NOT_FOUND:
             raise
         return 0, 0, 0, 0, 0, 0
-    return (
-        counted.pktsInUnicast + counted.pktsInMulticast + counted.pktsInBroadcast,
-        counted.bytesInUnicast + counted.bytesInMulticast + counted.bytesInBroadcast,
-        counted.pktsInDropped,
-        counted.pktsOutUnicast + counted.pktsOutMulticast + counted.pktsOutBroadcast,
-        counted.bytesOutUnicast + counted.bytesOutMulticast + counted.bytesOutBroadcast,
-        counted.pktsOutDropped,
-    )
+    into, out = counted.incoming, counted.outgoing
+    return into.frames, into.bytes, into.dropped, out.frames, out.bytes, out.dropped

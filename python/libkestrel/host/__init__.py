@@ -11,6 +11,7 @@ docs/objects.md is the tour.
 """
 
 from libkestrel.host._objects import ABSENT, PRESENT, Change
+from libkestrel.host.counters import Counters, PortStatistics
 from libkestrel.host.filters import EthernetFilter, EthernetFilterFlags
 from libkestrel.host.host import Host
 from libkestrel.host.lags import Lag
@@ -71,6 +72,7 @@ __all__ = [
     "PRESENT",
     "AccessVlan",
     "Change",
+    "Counters",
     "DatapathModule",
     "DatapathPortset",
     "EthernetFilter",
@@ -98,6 +100,7 @@ __all__ = [
     "Port",
     "PortLearning",
     "PortProperties",
+    "PortStatistics",
     "Ports",
     "PrivateVlan",
     "PrivateVlanEntry",

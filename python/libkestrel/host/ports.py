@@ -7,6 +7,7 @@ from typing import Any
 
 import _libkestrel as flat
 
+from libkestrel import records
 from libkestrel._kestrel_error import KestrelError
 from libkestrel.enums import DVSPortType
 from libkestrel.host._objects import (
@@ -20,6 +21,7 @@ from libkestrel.host._objects import (
     setting,
     unknown,
 )
+from libkestrel.host.counters import PortStatistics, statistics_of
 from libkestrel.host.filters import PortFilters
 from libkestrel.host.mac_learning import PortMacLearning
 from libkestrel.host.mac_table import PortMacTable
@@ -66,6 +68,10 @@ class Port(
     def stored(self) -> StoredPort:
         """The port as the state store knows it."""
         return _stored_switch(self._changes, self.switch).port(self.id)
+
+    def statistics(self) -> PortStatistics:
+        """What has passed the port; zeros while nobody has ever been plugged in."""
+        return statistics_of(self.properties.read(flat.ZEL_VDSPROP_PORT_STATISTICS, records.zel_VDSPortStatistics))
 
     @setting("block", flat.ZEL_VDSPROP_PORT_BLOCK)
     def blocked(self) -> bool:
