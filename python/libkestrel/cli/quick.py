@@ -14,7 +14,7 @@ import _libkestrel as flat
 
 TYPE_CHECKING = False
 if TYPE_CHECKING:
-    from typing import Any
+    from typing import Any, NoReturn
 
 _QUESTIONS = (["switch", "list", "--json"], ["--json", "switch", "list"])
 
@@ -28,11 +28,13 @@ def switches() -> list[dict[str, Any]]:
         if status not in (flat.ZEL_OK, flat.ZEL_NOT_FOUND):
             _refuse(status)
         listed = flat.VSZEL_GetSwitchesPy(flat.VS_LIST_DVS_ALIAS)
+        if listed is None:
+            _refuse(flat.ZEL_NO_MEMORY)
         try:
             names = [flat.VSList___getitem__(listed, i) for i in range(flat.VSList_count_get(listed))]
         finally:
             flat.delete_VSList(listed)
-        return [row for name in names if (row := _row(name, info)) is not None]
+        return [row for name in names if name is not None and (row := _row(name, info)) is not None]
     finally:
         flat.delete_VSInfo(info)
 
@@ -53,10 +55,10 @@ def _row(name: str, info: Any) -> dict[str, Any] | None:
     }
 
 
-def _refuse(status: int) -> None:
-    from libkestrel._kestrel_error import check
+def _refuse(status: int) -> NoReturn:
+    from libkestrel._kestrel_error import error
 
-    check(status, "list switches", "host")
+    raise error(status, "list switches", "host")
 
 
 def _as_json(value: object) -> str:
@@ -85,6 +87,6 @@ def answer(arguments: list[str]) -> bool:
 
     try:
         print(_as_json(envelope("switches", switches())), flush=True)
-    except (Exception, KeyboardInterrupt):
+    except Exception:
         return False
     return True
