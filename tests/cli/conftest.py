@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+import signal
 from collections.abc import Iterator
 from pathlib import Path
 
@@ -10,6 +11,9 @@ import pytest
 
 from libkestrel import lab
 from support.prompt import InProcess, Process
+
+# What is started in the background ignores interruptions, and so would the commands that the tests interrupt.
+signal.signal(signal.SIGINT, signal.default_int_handler)
 
 
 @pytest.fixture

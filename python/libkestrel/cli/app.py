@@ -95,6 +95,11 @@ def run(arguments: list[str]) -> int:
     except BrokenPipeError:
         _forget_output()
         return exits.BROKEN_PIPE
+    except OSError as error:
+        _forget_output()
+        code, sentence = exits.ending(error)
+        click.echo(f"kestrel: {sentence}", err=True)
+        return code
     except (KeyboardInterrupt, click.Abort):
         click.echo(exits.INTERRUPTION, err=True)
         return exits.INTERRUPTED
