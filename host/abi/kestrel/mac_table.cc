@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <span>
 #include <vector>
@@ -22,7 +23,8 @@ zel_uint32 AgeOf(const MacEntry &entry, TimePoint now) {
 /** Member by member, as a table may have a million entries. */
 void WriteEntry(const MacItem &item, TimePoint now, VSMACEntry &record) {
   const auto &[key, entry] = item;
-  std::ranges::copy(key.address, record.macAddress);
+  static_assert(sizeof record.macAddress == sizeof key.address);
+  std::memcpy(record.macAddress, key.address.data(), sizeof record.macAddress);
   record.macAddrType = entry.kind;
   record.portID = entry.port;
   record.aging = entry.kind == VS_MAC_ADDR_TYPE_LEARNED ? 1 : 0;
