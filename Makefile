@@ -35,7 +35,7 @@ test: lint tidy test-native test-module test-host test-package test-cli test-doc
 
 ## test-native: C++ tests of the embedded host
 test-native: build
-	ctest --test-dir build/dev --output-on-failure
+	ctest -j$(shell nproc) --test-dir build/dev --output-on-failure
 
 ## test-module: the boundary, argument by argument, on the recorder platform
 test-module: build $(VENV)/installed
@@ -66,7 +66,7 @@ test-asan: $(VENV)/test
 	cmake --preset sanitize >build/configure-sanitize.log || { cat build/configure-sanitize.log; exit 1; }
 	cmake --build --preset sanitize
 	cmake --install build/sanitize >/dev/null
-	ctest --test-dir build/sanitize --output-on-failure
+	ctest -j$(shell nproc) --test-dir build/sanitize --output-on-failure
 	tools/sanitized build/sanitize tests/module
 
 ## fuzz: run each fuzz target for FUZZ_SECONDS (60)
@@ -87,7 +87,7 @@ cross: $(VENV)/test
 
 ## test-aarch64: the native tests, the boundary and the host's scripts on 64-bit Arm, emulated
 test-aarch64: cross
-	ctest --test-dir build/aarch64 --output-on-failure
+	ctest -j$(shell nproc) --test-dir build/aarch64 --output-on-failure
 	cmake --install build/aarch64 >/dev/null
 	tools/emulated module
 	tools/emulated host
