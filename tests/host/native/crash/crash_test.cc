@@ -121,7 +121,7 @@ TEST(Crash, LosesNothingThatWasAcknowledgedAndKeepsNoHalves) {
     for (; reached < found; ++reached) MakeStep(*expected, reached + 1);
     ASSERT_EQ(DumpLeavingTheLog(folder.File()), DumpOf(*expected)) << round;
   }
-  EXPECT_GT(reached, 2000U);
+  EXPECT_GT(reached, 2U * kRounds);
   RecordProperty("killed between commit and acknowledgement", in_the_middle);
 }
 

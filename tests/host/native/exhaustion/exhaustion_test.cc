@@ -161,11 +161,9 @@ TEST_F(Exhaustion, OfImages) {
   EXPECT_GT(
       Sweep(get([&id](void **out, int *size) { return DVSZEL_CmdExec(id.c_str(), "image", nullptr, 0, out, size); })),
       0);
-  EXPECT_GT(Sweep([&] {
-              void *out = nullptr;
-              int size = 0;
-              return DVSZEL_CmdExec(id.c_str(), "restore", bytes, length, &out, &size);
-            }),
+  EXPECT_GT(Sweep(get([&](void **out, int *size) {
+              return DVSZEL_CmdExec(id.c_str(), "restore", bytes, length, out, size);
+            })),
             0);
   std::string port = host().ImageOfPortInUse(kAlias, "machine");
   EXPECT_GT(Sweep([&] { return DVSZEL_PortAdd(id.c_str(), "new", port.data(), static_cast<int>(port.size())); }), 0);

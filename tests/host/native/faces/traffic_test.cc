@@ -41,8 +41,8 @@ class TrafficFace : public FaceTest {
     EXPECT_EQ(VSZEL_GetPromiscSessionActiveDsts(kAlias, &table), ZEL_OK);
     const Owned<VSPromiscSessionActiveDsts> owned(table);
     EXPECT_EQ(zel_uint32{table->totalEntries}, zel_uint32{table->numEntries});
-    std::vector<PortId> ports(table->numEntries);
-    std::memcpy(ports.data(), table->entries, ports.size() * sizeof(PortId));
+    std::vector<PortId> ports;
+    for (zel_uint32 i = 0; i < table->numEntries; ++i) ports.push_back(table->entries[i]);
     return ports;
   }
 };
