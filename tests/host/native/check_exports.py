@@ -1,5 +1,5 @@
-"""Compares the functions that a platform library exports with those that the headers declare for it, and with those that
-the coverage page says are implemented.
+"""Compares the functions that a platform library exports with those that the headers declare for it and those that the
+coverage page has.
 """
 
 from __future__ import annotations
