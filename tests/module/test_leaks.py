@@ -2,8 +2,6 @@
 
 from __future__ import annotations
 
-import gc
-import sys
 from collections.abc import Callable
 from typing import Any
 
@@ -13,35 +11,10 @@ import pytest
 from headers import model
 from support import memory, values
 from support.functions import COUNTED, FUNCTIONS, plain_arguments
-from support.processes import sanitized
 from support.recorder import Recorder
 
 HEADERS = model.read()
 PROXY = _libkestrel.new_VSInfo()
-
-
-def assert_flat(work: Callable[[], None], rounds: int = 200) -> None:
-    """Runs the work often; neither the interpreter's blocks nor the C library's bytes may grow with the rounds.
-
-    A leak grows every time; the odd block that something else took meanwhile does not, so one flat run of three
-    is enough.
-    """
-    if sanitized():  # which finds leaks by itself, when the interpreter ends
-        for _ in range(rounds // 4):
-            work()
-        return
-    growth = []
-    for _ in range(3):
-        work()
-        gc.collect()
-        blocks, held = sys.getallocatedblocks(), memory.allocated_bytes()
-        for _ in range(rounds):
-            work()
-        gc.collect()
-        growth.append((sys.getallocatedblocks() - blocks, memory.allocated_bytes() - held))
-        if growth[-1][0] < rounds / 4 and growth[-1][1] < 8 * rounds:
-            return
-    pytest.fail(f"(blocks, bytes) grew by {growth} over {rounds} rounds each")
 
 
 def attempt(function: Callable[..., Any], *arguments: Any) -> None:
@@ -82,7 +55,7 @@ def test_a_records_life_leaves_nothing(record: model.Record) -> None:
         make(*arguments)
         attempt(destroy, 1)
 
-    assert_flat(work, 60)
+    memory.assert_flat(work, 60)
 
 
 @pytest.mark.parametrize("function", FUNCTIONS, ids=lambda f: f.name)
@@ -102,7 +75,7 @@ def test_a_functions_calls_leave_nothing(function: model.Function, recorder: Rec
                 attempt(entry, *arguments)
         recorder.reset()
 
-    assert_flat(work, 40)
+    memory.assert_flat(work, 40)
 
 
 def test_the_overloaded_functions_calls_leave_nothing(recorder: Recorder) -> None:
@@ -111,7 +84,7 @@ def test_the_overloaded_functions_calls_leave_nothing(recorder: Recorder) -> Non
             attempt(_libkestrel.DVSAliasToPortsetName, *arguments)
         recorder.reset()
 
-    assert_flat(work)
+    memory.assert_flat(work)
 
 
 def test_pointer_object_methods_leave_nothing() -> None:
@@ -129,7 +102,7 @@ def test_pointer_object_methods_leave_nothing() -> None:
         _ = other == pointer
         other.next()
 
-    assert_flat(work)
+    memory.assert_flat(work)
 
 
 def test_registering_a_class_again_releases_nothing_of_the_shared_table() -> None:
@@ -148,4 +121,4 @@ def test_variables_leave_nothing() -> None:
             except AttributeError:
                 pass
 
-    assert_flat(work)
+    memory.assert_flat(work)

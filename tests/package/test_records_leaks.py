@@ -2,8 +2,6 @@
 
 from __future__ import annotations
 
-import gc
-import sys
 from collections.abc import Callable
 from typing import Any
 
@@ -17,25 +15,6 @@ from support import memory
 CLASSES: list[Any] = [getattr(records, name) for name in records.__all__]
 CLASSES = [c for c in CLASSES if issubclass(c, Record) and c not in (Record, Table)]
 WRONG: list[Any] = [None, 2**64, "x" * 2000, "\ud800", [1, 2], {"nothing": 1}]
-
-
-def assert_flat(work: Callable[[], None], rounds: int = 60) -> None:
-    """Neither the interpreter's blocks nor the C library's bytes may grow with the rounds.
-
-    The interpreter takes blocks for its own purposes now and then; a leak takes one every round, run after run.
-    """
-    growth = []
-    for _ in range(8):
-        work()
-        gc.collect()
-        blocks, held = sys.getallocatedblocks(), memory.allocated_bytes()
-        for _ in range(rounds):
-            work()
-        gc.collect()
-        growth.append((sys.getallocatedblocks() - blocks, memory.allocated_bytes() - held))
-        if growth[-1][0] < rounds and growth[-1][1] < 8 * rounds:
-            return
-    pytest.fail(f"(blocks, bytes) grew by {growth} over {rounds} rounds each")
 
 
 def attempt(work: Callable[[], Any]) -> None:
@@ -69,7 +48,7 @@ def test_a_life_leaves_nothing(cls: Any) -> None:
         record.release()
         other.release()
 
-    assert_flat(work)
+    memory.assert_flat(work, tries=8)
 
 
 def test_pointers_between_records_leave_nothing() -> None:
@@ -84,7 +63,7 @@ def test_pointers_between_records_leave_nothing() -> None:
         text = records.zel_String(buffer=bytearray(50))
         text.buffer = None
 
-    assert_flat(work)
+    memory.assert_flat(work, tries=8)
 
 
 def test_records_of_the_flat_module_leave_nothing() -> None:
@@ -97,4 +76,4 @@ def test_records_of_the_flat_module_leave_nothing() -> None:
         owned = records.VSInfo.from_pointer(_libkestrel.new_VSInfo())
         assert owned.owned
 
-    assert_flat(work)
+    memory.assert_flat(work, tries=8)

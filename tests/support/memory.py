@@ -3,6 +3,9 @@
 from __future__ import annotations
 
 import ctypes
+import gc
+import sys
+from collections.abc import Callable
 from pathlib import Path
 from types import ModuleType
 from typing import Any
@@ -78,3 +81,27 @@ def allocated(data: bytes) -> int:
 def free(pointer: Any) -> None:
     """Gives a block back to the C library's allocator."""
     ctypes.CDLL(None).free(ctypes.c_void_p(address(pointer)))
+
+
+def assert_flat(work: Callable[[], None], rounds: int = 200, tries: int = 3) -> None:
+    """Runs the work often; neither the interpreter's blocks nor the C library's bytes may grow with the rounds.
+
+    A leak grows every time; the odd block that something else took meanwhile does not, so one flat try is enough. Work
+    of many kinds takes more of them until the interpreter has what it keeps for itself.
+    """
+    if sanitized():  # which finds leaks by itself, when the interpreter ends
+        for _ in range(rounds // 4):
+            work()
+        return
+    growth = []
+    for _ in range(tries):
+        work()
+        gc.collect()
+        blocks, held = sys.getallocatedblocks(), allocated_bytes()
+        for _ in range(rounds):
+            work()
+        gc.collect()
+        growth.append((sys.getallocatedblocks() - blocks, allocated_bytes() - held))
+        if growth[-1][0] < rounds / 4 and growth[-1][1] < 8 * rounds:
+            return
+    pytest.fail(f"(blocks, bytes) grew by {growth} over {rounds} rounds each")

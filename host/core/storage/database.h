@@ -35,9 +35,6 @@ class Database {
   bool IsReadOnly() const { return sqlite3_db_readonly(get(), "main") == 1; }
   bool InTransaction() const { return sqlite3_get_autocommit(get()) == 0; }
 
-  /** Gives the connection up without a word to the system: what a process inherited from its parent is not its own. */
-  void Abandon() noexcept { static_cast<void>(database_.release()); }
-
  private:
   struct Close {
     void operator()(sqlite3 *database) const noexcept { sqlite3_close_v2(database); }
