@@ -61,13 +61,27 @@ test-docs: $(VENV)/test $(VENV)/installed
 docs: $(VENV)/docs
 	$(PYTHON) -m sphinx --quiet --fail-on-warning --keep-going --fresh-env --doctree-dir build/doctrees docs build/docs
 
-## test-asan: the boundary under AddressSanitizer, UndefinedBehaviorSanitizer and LeakSanitizer
+# Suites that run on more than one build; `make test-asan SUITES=module` runs one of them.
+SUITES ?= native module host package cli
+
+## test-asan: SUITES (all of them) under AddressSanitizer, UndefinedBehaviorSanitizer and LeakSanitizer
 test-asan: $(VENV)/test
 	cmake --preset sanitize >build/configure-sanitize.log || { cat build/configure-sanitize.log; exit 1; }
 	cmake --build --preset sanitize
 	cmake --install build/sanitize >/dev/null
-	ctest -j$(shell nproc) --test-dir build/sanitize --output-on-failure
-	tools/sanitized build/sanitize tests/module
+	for suite in $(SUITES); do tools/sanitized build/sanitize $$suite; done
+
+## test-references: calls of everything on the debug interpreter: its count of references stays as it is
+test-references: $(VENV)/memory
+	cmake --preset debug-python >build/configure-debug.log || { cat build/configure-debug.log; exit 1; }
+	cmake --build --preset debug-python
+	cmake --install build/debug-python >/dev/null
+	tools/counted build/debug-python tests/module/test_leaks.py
+	tools/counted build/debug-python tests/package/test_records_leaks.py
+
+## test-memcheck: the demo under valgrind
+test-memcheck: $(VENV)/memory $(VENV)/installed
+	tools/memcheck_demo build/memcheck $(PYTHON)
 
 ## fuzz: run each fuzz target for FUZZ_SECONDS (60)
 FUZZ_SECONDS ?= 60
@@ -85,12 +99,10 @@ cross: $(VENV)/test
 	cmake --preset aarch64 >build/configure-aarch64.log || { cat build/configure-aarch64.log; exit 1; }
 	cmake --build --preset aarch64
 
-## test-aarch64: the native tests, the boundary and the host's scripts on 64-bit Arm, emulated
+## test-aarch64: SUITES (all of them) on 64-bit Arm, emulated
 test-aarch64: cross
-	ctest -j$(shell nproc) --test-dir build/aarch64 --output-on-failure
 	cmake --install build/aarch64 >/dev/null
-	tools/emulated module
-	tools/emulated host
+	for suite in $(SUITES); do tools/emulated $$suite; done
 
 ## bench: speed side by side with peers, as ratios
 bench: $(VENV)/bench $(VENV)/installed

@@ -23,7 +23,8 @@ int FindPointers(PyObject *flat) {
     PyErr_SetString(PyExc_ImportError, "_libkestrel has no pointer objects of SWIG's runtime");
     return -1;
   }
-  pointer_type = Py_TYPE(Py_NewRef(sample.get()));
+  pointer_type = Py_TYPE(sample.get());
+  Py_INCREF(pointer_type);
   return 0;
 }
 

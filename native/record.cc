@@ -705,6 +705,8 @@ PyMemberDef meta_members[] = {
 PyType_Slot meta_slots[] = {
     {Py_tp_doc, const_cast<char *>("The class of record classes.")},
     {Py_tp_members, meta_members},
+    // A class that says where its instances' vectorcall stands has to have the other way too when it is made ready.
+    {Py_tp_call, reinterpret_cast<void *>(PyType_Type.tp_call)},
     {0, nullptr},
 };
 

@@ -489,7 +489,16 @@ except lab.NotEmbeddedError as error:
 def test_on_another_platform_there_is_no_laboratory(tmp_path: Path) -> None:
     for name in ("kestrel", "praxa", "morrow"):
         source = "".join(f"void {f.name}(void) {{}}\n" for f in model.read().functions if f.library == name)
-        command = ["cc", "-shared", "-fPIC", "-w", "-o", str(tmp_path / f"lib{name}.so"), "-xc", "-"]
+        command = [
+            os.environ.get("CC", "cc"),
+            "-shared",
+            "-fPIC",
+            "-w",
+            "-o",
+            str(tmp_path / f"lib{name}.so"),
+            "-xc",
+            "-",
+        ]
         subprocess.run([*command, f"-Wl,-soname,lib{name}.so"], input=source, text=True, check=True)
     assert run(ELSEWHERE, LD_LIBRARY_PATH=str(tmp_path)) == (
         "the laboratory belongs to the embedded host, and this process runs on another platform: "

@@ -4,7 +4,6 @@ from __future__ import annotations
 
 import ctypes
 import gc
-import re
 from collections.abc import Callable, Iterator
 from typing import Any
 
@@ -13,7 +12,8 @@ import pytest
 
 from headers.model import Function
 from support import memory
-from support.functions import FUNCTIONS, HEADERS, call, make, plain_arguments
+from support.functions import FUNCTIONS, call, make, plain_arguments
+from support.methods import METHODS, RECORDS, plain_method_arguments
 from support.processes import allocator, run, sanitized
 from support.recorder import Recorder
 
@@ -86,50 +86,14 @@ INFO: Any = _libkestrel.new_VSInfo()
 NAME: Any = _libkestrel.new_zel_Name()
 VLAN_CLASS = type("VSVLAN", (), {"__swig_destroy__": _libkestrel.delete_VSVLAN})
 
-OPTIONS: Any = _libkestrel.new_VSRuntimeOptions(64)
-memory.write(OPTIONS, bytes(60), 4)
-ENTRY: Any = _libkestrel.VSRuntimeOptions_get_first_option(OPTIONS)
-ARGUMENTS: dict[str, tuple[Any, ...]] = {
-    "VSMACEntry_set_mac_address": (b"\0" * 6,),
-    "VSStaticLEEntry_set_mac_address": (b"\0" * 6,),
-    "VSMACEntries_set_mac_address": (0, b"\0" * 6),
-    "DVMirrorEntity_set_entity": ("text",),
-    "VSPromiscSessionActiveDsts___setitem__": (0, 0),
-    "VSPortVlanPolicy_get_vid_range": (-1,),  # lies in the fixed part
-    "VSRuntimeOptions_get_next_option": (ENTRY,),
-    "VSRuntimeOptions_add_int_option": (None, "name", 0, 0),
-    "VSRuntimeOptions_add_str_option": (None, "name", 0, "text"),
-}
-"""What methods take besides the record, where that is not an index and null."""
-
 
 def call_method(name: str) -> None:
     """Calls a method of a zeroed record."""
-    record = next(r for r in sorted(RECORDS, key=len, reverse=True) if name.startswith(f"{r}_"))
-    target = ENTRY
-    if record != "VSRuntimeOptionHeader":
-        target = make(record)
-        memory.write(target, bytes(HEADERS.record(record).size))
-    count = int(re.findall(r"takes exactly (\d+) argument", arity_message(name))[0])
     try:
-        getattr(_libkestrel, name)(target, *ARGUMENTS.get(name, (0, None)[: count - 1]))
+        getattr(_libkestrel, name)(*plain_method_arguments(name))
     except SystemError:
         assert name == "VSDVMirrorSessionIDs___getitem__"  # which reports a bad index in that way
 
-
-def arity_message(name: str) -> str:
-    """What a function says when it is called without arguments."""
-    with pytest.raises(TypeError) as caught:
-        getattr(_libkestrel, name)()
-    return str(caught.value)
-
-
-RECORDS = [r.name for r in HEADERS.records]
-METHODS = [
-    name
-    for name in dir(_libkestrel)
-    if name.startswith(tuple(f"{r}_" for r in RECORDS)) and not re.search(r"_(get|set|swigregister)$", name)
-]
 
 ARMING: dict[str, Any] = (
     {name: JUMPING[name] for name in JUMPING}

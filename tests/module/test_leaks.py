@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-from collections.abc import Callable
 from typing import Any
 
 import _libkestrel
@@ -10,18 +9,13 @@ import pytest
 
 from headers import model
 from support import memory, values
+from support.attempts import attempt
 from support.functions import COUNTED, FUNCTIONS, plain_arguments
+from support.methods import METHODS, plain_method_arguments
 from support.recorder import Recorder
 
 HEADERS = model.read()
 PROXY = _libkestrel.new_VSInfo()
-
-
-def attempt(function: Callable[..., Any], *arguments: Any) -> None:
-    try:
-        function(*arguments)
-    except (TypeError, ValueError, OverflowError, SystemError, NotImplementedError):
-        pass
 
 
 @pytest.mark.parametrize("record", HEADERS.records, ids=lambda r: r.name)
@@ -74,6 +68,22 @@ def test_a_functions_calls_leave_nothing(function: model.Function, recorder: Rec
                 arguments[place] = value
                 attempt(entry, *arguments)
         recorder.reset()
+
+    memory.assert_flat(work, 40)
+
+
+@pytest.mark.parametrize("method", METHODS)
+def test_a_methods_calls_leave_nothing(method: str) -> None:
+    entry = getattr(_libkestrel, method)
+    good = plain_method_arguments(method)
+    bad = [*values.NOT_INTEGERS[1:], -1, 2**40, "text " * 100, "\ud800"]
+
+    def work() -> None:
+        attempt(entry, *good)
+        attempt(entry, *good, None)
+        for place in range(len(good)):
+            for value in bad:
+                attempt(entry, *good[:place], value, *good[place + 1 :])
 
     memory.assert_flat(work, 40)
 

@@ -98,7 +98,7 @@ def test_the_first_session_stands_behind_the_head_whatever_the_count(sessions: i
 def test_entities_stand_behind_all_sessions(sessions: int, entities: int, index: int, offset: int, capfd: Any) -> None:
     block = session_table(sessions, entities)
     found = _libkestrel.DVMirrorSessionTable_get_first_session_entity(block.pointer(TABLE), index)
-    assert placed(found, ENTITY) == block.address + offset
+    assert placed(found, ENTITY) == (block.address + offset) % 2**64  # of a low block, it lies below zero
     assert printed(capfd) == ""
 
 

@@ -84,7 +84,8 @@ def free(pointer: Any) -> None:
 
 
 def assert_flat(work: Callable[[], None], rounds: int = 200, tries: int = 3) -> None:
-    """Runs the work often; neither the interpreter's blocks nor the C library's bytes may grow with the rounds.
+    """Runs the work often; neither the interpreter's blocks and references nor the C library's bytes may grow with the
+    rounds.
 
     A leak grows every time; the odd block that something else took meanwhile does not, so one flat try is enough. Work
     of many kinds takes more of them until the interpreter has what it keeps for itself.
@@ -97,11 +98,18 @@ def assert_flat(work: Callable[[], None], rounds: int = 200, tries: int = 3) -> 
     for _ in range(tries):
         work()
         gc.collect()
-        blocks, held = sys.getallocatedblocks(), allocated_bytes()
+        before = _held()
         for _ in range(rounds):
             work()
         gc.collect()
-        growth.append((sys.getallocatedblocks() - blocks, allocated_bytes() - held))
-        if growth[-1][0] < rounds / 4 and growth[-1][1] < 8 * rounds:
+        blocks, references, size = (now - then for now, then in zip(_held(), before, strict=True))
+        if blocks < rounds / 4 and references < rounds / 4 and size < 8 * rounds:
             return
-    pytest.fail(f"(blocks, bytes) grew by {growth} over {rounds} rounds each")
+        growth.append((blocks, references, size))
+    pytest.fail(f"(blocks, references, bytes) grew by {growth} over {rounds} rounds each")
+
+
+def _held() -> tuple[int, int, int]:
+    """Blocks of the interpreter, references to its objects where it counts them (its debug build does), bytes."""
+    references = getattr(sys, "gettotalrefcount", lambda: 0)
+    return sys.getallocatedblocks(), references(), allocated_bytes()
