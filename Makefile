@@ -140,7 +140,7 @@ clean:
 	rm -rf build dist
 
 # The environment: one stamp a purpose, made anew when the pins change.
-$(VENV)/%: pyproject.toml tools/setup
+$(VENV)/%: pyproject.toml requirements.lock tools/requirements tools/setup
 	tools/setup $(VENV) $*
 	mkdir -p build
 	touch $@
