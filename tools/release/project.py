@@ -35,6 +35,7 @@ def run(*command: str | Path, folder: Path = ROOT, environment: Mapping[str, str
         text=True,
         errors="replace",
         check=False,
+        umask=0o022,  # what is made can be read by all, whoever makes it
     )
     if done.returncode != 0:
         end = "\n".join(done.stdout.splitlines()[-40:])

@@ -5,8 +5,8 @@ python -m release.wheels [processor...]
 
 from __future__ import annotations
 
+import hashlib
 import json
-import os
 import shutil
 import sys
 from pathlib import Path
@@ -53,14 +53,15 @@ def try_out(wheel: Path, processor: str) -> str:
     shutil.rmtree(folder, ignore_errors=True)
     folder.mkdir(parents=True)
     requirements = folder.with_name("requirements.txt")
-    requirements.write_text(run("tools/requirements", "run"), encoding="utf-8")
+    itself = f"{wheel} --hash=sha256:{hashlib.sha256(wheel.read_bytes()).hexdigest()}\n"
+    requirements.write_text(run("tools/requirements", "run") + itself, encoding="utf-8")
     foreign: list[str] = (
         [] if processor == NATIVE else ["--platform", wheel.stem.rsplit("-", 1)[-1], "--python-version", "3.11"]
     )
     pip = [sys.executable, "-m", "pip", "install", "--quiet", "--only-binary=:all:", "--target", str(folder), *foreign]
     run(*pip, "--require-hashes", "--requirement", requirements)
-    run(*pip, "--no-deps", wheel)
-    python: list[str | Path] = [sys.executable]
+    # Not the environment's interpreter, which finds other packages beside.
+    python: list[str | Path] = [Path(sys.base_prefix) / "bin" / "python3.11"]
     if processor != NATIVE:
         python = ["qemu-aarch64-static", "-L", ARM64_PYTHON, "-E", f"PYTHONHOME={ARM64_PYTHON}/usr",
                   ARM64_PYTHON / "usr" / "bin" / "python3.11"]  # fmt: skip
@@ -71,7 +72,6 @@ def try_out(wheel: Path, processor: str) -> str:
 
 def main(processors: list[str]) -> None:
     """Makes those of some processors, or of all."""
-    os.umask(0o022)
     DIST.mkdir(exist_ok=True)
     for processor in processors or PROCESSORS:
         sources = export(BUILD / processor / "libkestrel")
