@@ -101,6 +101,7 @@ def main(arguments: list[str]) -> int:
         except ReleaseError as error:
             result, told = "FAILED", str(error).splitlines()[0]
             failures.append((name, str(error)))
+        console.print(f"{name}: {result}", highlight=False)
         table.add_row(name, result, f"{time.monotonic() - begun:.0f}", told)
     for name, message in failures:
         console.rule(name)
