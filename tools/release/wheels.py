@@ -11,7 +11,19 @@ import shutil
 import sys
 from pathlib import Path
 
-from release.project import BUILD, DIST, NATIVE, PROCESSORS, ROOT, ReleaseError, commit_time, export, run, version
+from release.project import (
+    BUILD,
+    DIST,
+    NATIVE,
+    PROCESSORS,
+    ROOT,
+    ReleaseError,
+    commit_time,
+    export,
+    run,
+    uncommitted,
+    version,
+)
 
 ARM64_PYTHON = ROOT / "build" / "arm64-python"
 """Where tools/arm64-python unpacks."""
@@ -73,6 +85,8 @@ def try_out(wheel: Path, processor: str) -> str:
 def main(processors: list[str]) -> None:
     """Makes those of some processors, or of all."""
     DIST.mkdir(exist_ok=True)
+    if left_out := uncommitted():
+        print(f"not in the wheels, since it is not committed: {', '.join(line[3:] for line in left_out)}")
     for processor in processors or PROCESSORS:
         sources = export(BUILD / processor / "libkestrel")
         made = build(processor, sources, BUILD / processor / "wheel")
