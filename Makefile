@@ -17,6 +17,7 @@ PYTHON_SOURCES := python tools tests examples benchmarks
 # Python on pages is in shape too.
 PAGES := README.md docs
 NATIVE_SOURCES = $(shell git ls-files --cached --others --exclude-standard '*.h' '*.hh' '*.cc' '*.c')
+RELEASE = PYTHONPATH=tools $(PYTHON) -m
 RECORDER := $(CURDIR)/build/dev/tests/recorder
 
 ## help: this list
@@ -126,6 +127,47 @@ reference: $(VENV)/test
 man: $(VENV)/installed
 	PYTHONPATH=tools $(PYTHON) -m commands.man_pages build/man
 
+## lock: write requirements.lock anew from pyproject.toml; UPGRADE=--upgrade takes what is newest
+lock: $(VENV)/release
+	tools/lock $(UPGRADE)
+
+## check-lock: whether requirements.lock is what `make lock` would write
+check-lock: $(VENV)/release
+	tools/lock --check
+
+## wheels: a wheel for each processor of the last commit into dist, each installed and run
+wheels: $(VENV)/release
+	@$(RELEASE) release.wheels
+
+## reproducible: make the wheels again, elsewhere, and compare every byte
+reproducible: $(VENV)/release
+	@$(RELEASE) release.reproducible
+
+## sbom: the bill of materials of each wheel, in CycloneDX, into dist
+sbom: $(VENV)/release
+	@$(RELEASE) release.sbom
+
+## deb: a Debian package of this machine's wheel into dist
+deb: $(VENV)/release
+	@tools/release/deb
+
+## test-deb: install the Debian package on a bare Debian 12 in a folder, and use it there; needs root
+test-deb: $(VENV)/release
+	@tools/release/bare-debian
+
+## test-oldest: the command line's tests with the oldest versions of what it requires
+test-oldest: $(VENV)/test $(VENV)/installed
+	tools/requirements --oldest | xargs $(PYTHON) -m pip install --quiet --no-deps --upgrade --target build/oldest
+	PYTHONPATH=build/oldest $(PYTHON) -m pytest tests/cli
+
+## test-derived: whether stubs, reference pages and man pages are what the sources say
+test-derived: $(VENV)/test $(VENV)/installed
+	$(PYTHON) -m pytest tests/tools tests/package/test_stubs.py tests/cli/test_pages.py
+
+## release-check: the checklist of a release, run; SUITES=1 runs the long test suites too
+release-check: $(VENV)/release $(VENV)/test $(VENV)/lint $(VENV)/docs
+	@$(RELEASE) release.check $(if $(SUITES),--with-tests)
+
 ## stubs: write the type stubs anew from the headers
 stubs: $(VENV)/test
 	PYTHONPATH=tools $(PYTHON) -m headers.stubs python
@@ -152,7 +194,7 @@ clean:
 	rm -rf build dist
 
 # The environment: one stamp a purpose, made anew when the pins change.
-$(VENV)/%: pyproject.toml tools/setup
+$(VENV)/%: pyproject.toml requirements.lock tools/requirements tools/setup
 	tools/setup $(VENV) $*
 	mkdir -p build
 	touch $@
@@ -161,4 +203,4 @@ $(VENV)/installed: $(VENV)/demo $(SOURCES)
 	$(PYTHON) -m pip install --quiet --no-deps .
 	touch $@
 
-.PHONY: help demo fuzz test test-native test-module test-asan test-host test-package test-cli test-docs docs test-aarch64 build cross bench reference man stubs lint tidy format clean
+.PHONY: help demo fuzz test test-native test-module test-asan test-host test-package test-cli test-docs docs test-aarch64 build cross bench reference man lock check-lock wheels reproducible sbom deb test-deb test-oldest test-derived release-check stubs lint tidy format clean

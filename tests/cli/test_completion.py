@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import shutil
 import subprocess
 import sys
 from pathlib import Path
@@ -76,3 +77,41 @@ def test_bash_completes(office: Process, tmp_path: Path) -> None:
         ["bash", "-c", "\n".join(lines)], env=environment, capture_output=True, text=True, check=False
     )
     assert done.stdout == "200 201\n"
+
+
+INSTALLED = Path(__file__).resolve().parents[2] / "cmake" / "debian" / "completion"
+TABULATORS = {
+    "bash": [
+        f"source {INSTALLED}/bash",
+        "COMP_WORDS=(kestrel vlan set dvs-office 20) COMP_CWORD=4",
+        "_kestrel_completion kestrel; printf '%s\\n' ${COMPREPLY[@]}",
+    ],
+    # Twice, since what is autoloaded does something else the first time.
+    "zsh": [
+        "fpath=($PWD $fpath); autoload -Uz compinit; compinit -u -D",
+        'compadd() { [ $((++calls)) = 2 ] && print -l -- "${completions[@]}" }',
+        "words=(kestrel vlan set dvs-office 20) CURRENT=5",
+        "$_comps[kestrel]; ${functions[_kestrel_completion]:+_kestrel_completion}",
+    ],
+    "fish": [f"source {INSTALLED}/fish", "complete -C 'kestrel vlan set dvs-office 20'"],
+}
+"""What a shell does when somebody asks for a completion, with the files that the Debian package installs."""
+
+
+@pytest.mark.parametrize("shell", TABULATORS)
+def test_what_is_installed_for_a_shell_completes(office: Process, tmp_path: Path, shell: str) -> None:
+    command = tmp_path / "kestrel"
+    command.write_text(f'#!/bin/sh\nexec {sys.executable} -m libkestrel.cli "$@"\n')
+    command.chmod(0o755)
+    shutil.copy(INSTALLED / "zsh", tmp_path / "_kestrel")  # as it is called where zsh looks
+    environment = office.environment(HOME=str(tmp_path))
+    environment["PATH"] = f"{tmp_path}:{environment['PATH']}"
+    done = subprocess.run(
+        [shell, *(["-f"] if shell == "zsh" else []), "-c", "\n".join(TABULATORS[shell])],
+        env=environment,
+        cwd=tmp_path,
+        capture_output=True,
+        text=True,
+        check=False,
+    )
+    assert (done.stdout, done.stderr) == ("200\n201\n", "")

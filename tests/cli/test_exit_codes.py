@@ -60,7 +60,7 @@ REFUSALS = {
     "lab capture dvs-office 100 -- capture dvs-office 100 -- clock": (2, "other than capture belongs behind --"),
     "lab send dvs-office 1 --to 02:00:00:00:00:01 --frame 00": (4, "frame into port 1 of dvs-office"),
     "state reset": (2, "has to be confirmed with --yes"),
-    "switch list --jsno": (2, "No such option '--jsno'"),
+    "switch list --jsno": (2, "--jsno"),
     "status explain 0x1000000000": (2, "0x1000000000 is no number of 32 bits"),
     "state export /nowhere/x": (3, "/nowhere/x: No such file or directory"),
     "state export /proc/x": (3, "/proc/x: "),

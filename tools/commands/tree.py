@@ -45,7 +45,7 @@ class Entry:
     def options(self) -> list[tuple[str, str]]:
         """Its options: how they are written, and what they do."""
         options = [param for param in self.command.get_params(self.context) if isinstance(param, click.Option)]
-        records = (option.get_help_record(self.context) for option in options if option.name != "help")
+        records = (option.get_help_record(self.context) for option in options)
         return [record for record in records if record is not None]
 
 

@@ -11,6 +11,7 @@ from typing import Any
 import click
 
 from libkestrel.cli import exits
+from libkestrel.cli.group import Group, HelpNeeded
 from libkestrel.cli.session import Session
 
 NOUNS = (
@@ -24,7 +25,7 @@ _DEBUG = "KESTREL_DEBUG"
 """The variable with which errors show where they come from."""
 
 
-class Nouns(click.Group):
+class Nouns(Group):
     """The first level."""
 
     def list_commands(self, ctx: click.Context) -> list[str]:  # noqa: ARG002
@@ -113,7 +114,7 @@ def _invoke(arguments: list[str]) -> int:
             return result if isinstance(result, int) else exits.SUCCESS
     except click.exceptions.Exit as ended:
         return ended.exit_code
-    except click.exceptions.NoArgsIsHelpError as error:
+    except HelpNeeded as error:
         click.echo(error.format_message(), err=True)
         return exits.USAGE
     except click.UsageError as error:

@@ -8,6 +8,7 @@ from typing import Any, TypeVar
 import click
 
 from libkestrel.cli import completing
+from libkestrel.cli.group import Group
 from libkestrel.cli.session import Session
 
 F = TypeVar("F", bound=Callable[..., Any])
@@ -58,7 +59,7 @@ class Action(click.Command):
         self.params += [_flag("--json", "json", True, "Answer in JSON.")]
 
 
-class Noun(click.Group):
+class Noun(Group):
     """A noun with its verbs, in the order in which they are written."""
 
     command_class = Verb

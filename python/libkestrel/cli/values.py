@@ -13,6 +13,11 @@ import click
 if TYPE_CHECKING:
     from libkestrel.host import Change, MirrorEntity, MirrorSession, TeamingPolicy, VlanPolicy
 
+    ParamType = click.ParamType[Any]
+else:
+    ParamType = click.ParamType
+    """The base of kinds of arguments, which takes no types in brackets in older versions of click."""
+
 
 # ---- For people ----
 
@@ -99,7 +104,7 @@ def ranges_text(ranges: tuple[tuple[int, int], ...]) -> str:
     return ",".join(str(low) if low == high else f"{low}-{high}" for low, high in ranges)
 
 
-class Ranges(click.ParamType[Any]):
+class Ranges(ParamType):
     """Ranges of VLANs, written as "5,10-19"."""
 
     name = "ranges"
@@ -115,7 +120,7 @@ class Ranges(click.ParamType[Any]):
             self.fail(f"{value!r} is no list of VLANs and ranges, such as 5,10-19", param, ctx)
 
 
-class Address(click.ParamType[Any]):
+class Address(ParamType):
     """An Ethernet address."""
 
     name = "mac"
@@ -130,7 +135,7 @@ class Address(click.ParamType[Any]):
             self.fail(f"{value!r} is no Ethernet address, such as 02:00:00:00:00:01", param, ctx)
 
 
-class Hexadecimal(click.ParamType[Any]):
+class Hexadecimal(ParamType):
     """Bytes in hexadecimal digits."""
 
     name = "hex"
@@ -171,15 +176,15 @@ def bits(table: str, value: int) -> list[str]:
     return [name for name, number in words(table).items() if value & number]
 
 
-class Word(click.ParamType[Any]):
+class Word(ParamType):
     """One of the words of scenarios for a value, or several with commas between them."""
 
     def __init__(self, table: str, *, several: bool = False) -> None:
         self.table, self.several = table, several
         self.name = "words" if several else "word"
 
-    def get_metavar(self, param: click.Parameter, ctx: click.Context) -> str:  # noqa: ARG002
-        """The words."""
+    def get_metavar(self, param: click.Parameter, ctx: click.Context | None = None) -> str:  # noqa: ARG002
+        """The words. Older versions of click give no context."""
         return f"[{'|'.join(words(self.table))}]{',...' if self.several else ''}"
 
     def convert(self, value: Any, param: click.Parameter | None, ctx: click.Context | None) -> Any:

@@ -12,7 +12,7 @@ from libkestrel.cli.exits import NOT_FOUND, CommandError
 from libkestrel.cli.reading import chosen
 from libkestrel.cli.session import Session, pass_session
 from libkestrel.cli.shapes import NUMBER, TEXT, Field, optional, several, sheet, table
-from libkestrel.cli.values import Word, bits, entity_text, word
+from libkestrel.cli.values import ParamType, Word, bits, entity_text, word
 
 if TYPE_CHECKING:
     from libkestrel.host import MirrorSession, Plan, Switch
@@ -46,7 +46,7 @@ def command() -> None:
     """Mirror sessions: copies of frames for those who watch."""
 
 
-class Entity(click.ParamType[Any]):
+class Entity(ParamType):
     """A source or destination: "port:11", or a port's id alone."""
 
     name = "entity"
