@@ -105,15 +105,29 @@ test-aarch64: cross
 	cmake --install build/aarch64 >/dev/null
 	for suite in $(SUITES); do tools/emulated $$suite; done
 
-## bench: speed side by side with peers, as ratios
+# What the page and its plots are made from.
+FIGURES := build/benchmarks/figures
+
+## bench: speed and size side by side with peers, as ratios
 bench: $(VENV)/bench $(VENV)/installed
-	$(PYTHON) benchmarks/boundary.py
-	$(PYTHON) benchmarks/records.py
-	$(PYTHON) benchmarks/command_line.py
+	tools/openvswitch build/openvswitch
+	$(PYTHON) benchmarks/boundary.py --json $(FIGURES)/boundary.json
+	$(PYTHON) benchmarks/records.py --json $(FIGURES)/records.json
+	$(PYTHON) benchmarks/command_line.py --json $(FIGURES)/command_line.json
+	$(PYTHON) benchmarks/host_peers.py --json $(FIGURES)/host_peers.json
 	cmake --preset bench >build/configure-bench.log || { cat build/configure-bench.log; exit 1; }
 	cmake --build --preset bench
 	build/bench/benchmarks/host/host_benchmark
 	build/bench/benchmarks/host/host_file_benchmark build
+
+## growth: cost against size, as curves with their exponents
+growth: $(VENV)/bench $(VENV)/installed
+	tools/openvswitch build/openvswitch
+	$(PYTHON) benchmarks/growth.py --json $(FIGURES)/growth.json
+
+## bench-page: put the figures of the last runs of bench and growth on their page, with plots
+bench-page: $(VENV)/bench
+	$(PYTHON) benchmarks/page.py $(FIGURES)
 
 ## reference: write anew what is derived and kept: the reference pages, scenarios, commands, Python's declarations
 reference: $(VENV)/test
@@ -203,4 +217,5 @@ $(VENV)/installed: $(VENV)/demo $(SOURCES)
 	$(PYTHON) -m pip install --quiet --no-deps .
 	touch $@
 
-.PHONY: help demo fuzz test test-native test-module test-asan test-host test-package test-cli test-docs docs test-aarch64 build cross bench reference man lock check-lock wheels reproducible sbom deb test-deb test-oldest test-derived release-check stubs lint tidy format clean
+.PHONY: $(shell sed -n 's/^## \([a-z0-9-]*\):.*/.PHONY: help demo fuzz test test-native test-module test-asan test-host test-package test-cli test-docs docs test-aarch64 build cross bench reference man lock check-lock wheels reproducible sbom deb test-deb test-oldest test-derived release-check stubs lint tidy format clean
+/p' $(MAKEFILE_LIST))

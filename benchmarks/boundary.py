@@ -1,7 +1,8 @@
 """What calls across the boundary and importing the module cost, side by side with peers: `make bench`.
 
 Builds the peers, times all of them in one run on the same record, and prints the nanoseconds of a call, each
-with its ratio to C written by hand for the same call protocol. README.md says how to read it.
+with its ratio to C written by hand for the same call protocol; then imports, and the sizes of files. README.md says
+how to read it.
 """
 
 from __future__ import annotations
@@ -9,13 +10,13 @@ from __future__ import annotations
 import argparse
 import importlib
 import importlib.util
-import json
 import sys
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 
-from benchmarks import build, calls, imports, machine, report, timing
+from benchmarks import build, calls, imports, machine, report, sizes, timing
+from benchmarks.figures import Table
 
 
 def main() -> None:
@@ -39,15 +40,16 @@ def main() -> None:
     contenders = calls.contenders(module, folder)
     calls.check(contenders)
     call_times = timing.interleave(contenders, options.rounds)
-    call_times |= timing.interleave(calls.with_classes(contenders[:2]), options.rounds)
+    call_times |= timing.interleave(calls.with_classes(contenders), options.rounds)
 
     report.progress(f"Timing imports, {options.imports} of each kind in fresh interpreters ...")
-    import_times = imports.measure(Path(found.origin), folder / "imports", options.imports)
-
-    results = report.Results(machine.describe(), call_times, import_times)
-    report.show(results)
-    if options.json:
-        options.json.write_text(json.dumps(results.as_data(), indent=2) + "\n")
+    import_times = imports.measure(Path(found.origin), folder, options.imports)
+    tables = [
+        Table("calls", "A call across the boundary", "operation", "ns", contenders[1].title, call_times),
+        *imports.tables(import_times),
+        sizes.table(Path(found.origin), folder),
+    ]
+    report.show(machine.describe(), tables, options.json)
 
 
 if __name__ == "__main__":

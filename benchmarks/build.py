@@ -24,13 +24,18 @@ def peers(module: ModuleType) -> Path:
     text = _published_names(module)
     if not names.exists() or names.read_text() != text:
         names.write_text(text)
-    pybind11 = _run("Finding pybind11", sys.executable, "-m", "pybind11", "--cmakedir").strip()
+    found = {
+        name: _run(f"Finding {name}", sys.executable, "-m", name, option).strip()
+        for name, option in (("pybind11", "--cmakedir"), ("nanobind", "--cmake_dir"))
+    }
     _run(
         "Configuring the peers",
         *(_tool("cmake"), "-S", str(_SOURCE), "-B", str(_BUILD), "-G", "Ninja"),
         f"-DCMAKE_MAKE_PROGRAM={_tool('ninja')}",
         f"-DPython_EXECUTABLE={sys.executable}",
-        f"-Dpybind11_DIR={pybind11}",
+        *(f"-D{name}_DIR={folder}" for name, folder in found.items()),
+        f"-DSWIG_EXECUTABLE={_tool('swig')}",
+        f"-DKESTREL_LIBRARIES={Path(str(module.__file__)).parent / 'libkestrel' / 'lib'}",
         f"-DKESTREL_PUBLISHED_NAMES={names}",
     )
     _run("Building the peers", _tool("cmake"), "--build", str(_BUILD))

@@ -51,7 +51,10 @@ def contenders(module: ModuleType, folder: Path) -> list[Contender]:
         _fastest("C, fastest protocol", load("fastest_protocol")),
         _ctypes("ctypes"),
         _cffi("cffi, API mode", load("cffi_api")),
-        _pybind11("pybind11", load("pybind11_class")),
+        _attributes("pybind11", load("pybind11_class")),
+        _attributes("nanobind", load("nanobind_class")),
+        _swig("SWIG, -builtin", load("swig_builtin")),
+        _swig("SWIG", load("swig_proxies")),
     ]
 
 
@@ -91,8 +94,9 @@ def _flat(title: str, module: Any) -> Contender:
     return Contender(title, names, _FUNCTIONS | own)
 
 
-def with_classes(flat: list[Contender]) -> list[Contender]:
-    """Register a class for nested records, for good, and give the operation that changes by it."""
+def with_classes(all_contenders: list[Contender]) -> list[Contender]:
+    """Register a class for nested records, for good, and give the operation that changes by it, where there is one."""
+    flat = [contender for contender in all_contenders if "name_register" in contender.names]
     for contender in flat:
         contender.names["name_register"](type("Name", (), {}))
     return [Contender(c.title, c.names, {NESTED_PROXY_GETTER: "name_get(record)"}) for c in flat]
@@ -155,9 +159,22 @@ def _cffi(title: str, module: Any) -> Contender:
     return Contender(title, names, _ATTRIBUTES | texts | {CONSTRUCTOR: "new(record_type)"})
 
 
-def _pybind11(title: str, module: Any) -> Contender:
+def _attributes(title: str, module: Any) -> Contender:
+    """Classes with attributes that C++ describes."""
     record = module.Signature()
     return Contender(title, {"record": record, "name": record.name, "new": module.Signature}, _ATTRIBUTES)
+
+
+def _swig(title: str, module: Any) -> Contender:
+    """Classes with attributes, as SWIG makes them of the same headers."""
+    record = module.zel_MgmtApiSignature()
+    names = {
+        "record": record,
+        "name": record.name,
+        "new": module.zel_MgmtApiSignature,
+        "callback": module.zel_MgmtCallbackInfo(),
+    }
+    return Contender(title, names, _ATTRIBUTES | {FLAG_SETTER: "callback.synchronous = 1"})
 
 
 def values(contender: Contender) -> dict[str, Any]:

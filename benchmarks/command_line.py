@@ -6,17 +6,17 @@ python benchmarks/command_line.py [--rounds N] [--json FILE]
 from __future__ import annotations
 
 import argparse
-import json
 import os
 import subprocess
 import sys
 import tempfile
 import time
-from dataclasses import asdict
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 
+from benchmarks import machine, report
+from benchmarks.figures import Table
 from benchmarks.timing import Spread, spread
 
 _SCRIPT = Path(sys.executable).with_name("kestrel")
@@ -55,15 +55,6 @@ def _run(command: list[str], environment: dict[str, str]) -> float:
     return time.perf_counter_ns() - start
 
 
-def show(results: dict[str, Spread]) -> None:
-    """Prints milliseconds and ratios."""
-    nothing = results[_NOTHING]
-    print(f"{'milliseconds a process':38} {'minimum (median)':>18}  ratio of medians")
-    for name, taken in results.items():
-        times = f"{taken.minimum / 1e6:.1f} ({taken.median / 1e6:.1f})"
-        print(f"{name:38} {times:>18}  {taken.median / nothing.median:.2f}")
-
-
 def main() -> None:
     """Measures and shows."""
     parser = argparse.ArgumentParser(description=__doc__)
@@ -71,9 +62,9 @@ def main() -> None:
     parser.add_argument("--json", type=Path, help="also write the figures as data, in nanoseconds")
     options = parser.parse_args()
     results = measure(options.rounds)
-    show(results)
-    if options.json:
-        options.json.write_text(json.dumps({name: asdict(taken) for name, taken in results.items()}, indent=2))
+    rows = {name: {"process": taken} for name, taken in results.items()}
+    tables = [Table("processes", "A process of the command line", "command", "ms", _NOTHING, rows)]
+    report.show(machine.describe(), tables, options.json)
 
 
 if __name__ == "__main__":

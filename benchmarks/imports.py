@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import importlib.util
 import json
 import re
 import subprocess
@@ -9,6 +10,7 @@ import sys
 from dataclasses import dataclass
 from pathlib import Path
 
+from benchmarks.figures import Table
 from benchmarks.timing import Spread, spread
 
 _PROBE = Path(__file__).resolve().parent / "import_probe.py"
@@ -26,12 +28,35 @@ class ImportTimes:
     parts: dict[str, Spread]
 
 
-def measure(module: Path, folder: Path, repetitions: int) -> ImportTimes:
-    """Import what lies in `folder`, among it a link to `module`, so that all are found by the same steps."""
+_EMPTY = "empty_extension"
+_IMPORTS = {
+    _EMPTY: "an empty extension",
+    "same_names": "the module's names by hand, nothing behind them",
+    _MODULE: "_libkestrel",
+    "swig_builtin": "all of it by SWIG, -builtin",
+    "swig_proxies": "all of it by SWIG",
+    "tuple_protocol": "3 records: C, same protocol",
+    "fastest_protocol": "2 records: C, fastest protocol",
+    "pybind11_class": "2 records: pybind11",
+    "nanobind_class": "2 records: nanobind",
+    "cffi_api": "2 records: cffi, API mode",
+    "ctypes": "ctypes itself, no record",
+}
+"""What is imported, and what it is."""
+
+
+def measure(module: Path, built: Path, repetitions: int) -> ImportTimes:
+    """Import the peers in the folder `built` and `module`, from one folder of links, so that all are found alike."""
+    folder = built / "imports"
+    folder.mkdir(exist_ok=True)
+    for peer in (*built.glob("*.so"), *built.glob("*.py"), *_modules_of_cffi()):
+        _link(folder / peer.name, peer)
+    cache = folder / "__pycache__"
+    _link(cache, built / "__pycache__")
     _link(folder / module.name, module)
     # The module finds its libraries from the place where it lies.
     _link(folder / "libkestrel", module.parent / "libkestrel")
-    extensions: dict[str, list[float]] = {"empty_extension": [], "same_names": [], _MODULE: []}
+    extensions: dict[str, list[float]] = {name: [] for name in _IMPORTS}
     libraries = _libraries(folder / module.name)
     titles = [Path(library).name for library in libraries] + [OWN_FILE, INITIALISATION]
     parts: dict[str, list[float]] = {title: [] for title in titles}
@@ -42,15 +67,31 @@ def measure(module: Path, folder: Path, repetitions: int) -> ImportTimes:
         for title, nanoseconds in zip(titles, taken, strict=True):
             parts[title].append(nanoseconds)
     return ImportTimes(
-        {name: spread(samples) for name, samples in extensions.items()},
+        {_IMPORTS[name]: spread(samples) for name, samples in extensions.items()},
         {title: spread(samples) for title, samples in parts.items()},
     )
+
+
+def tables(times: ImportTimes) -> list[Table]:
+    """The figures as tables."""
+    return [
+        Table(name, title, heading, "µs", reference, {row: {"import": taken} for row, taken in rows.items()})
+        for name, title, heading, reference, rows in (
+            ("imports", "An import", "import of", _IMPORTS[_MODULE], times.extensions),
+            ("import-parts", "What importing the module consists of", "part", INITIALISATION, times.parts),
+        )
+    ]
+
+
+def _modules_of_cffi() -> list[Path]:
+    found = importlib.util.find_spec("_cffi_backend")
+    return [Path(found.origin)] if found and found.origin else []
 
 
 def _link(link: Path, target: Path) -> None:
     if link.is_symlink():
         link.unlink()
-    if target.exists():
+    if target.exists() and not link.exists():
         link.symlink_to(target)
 
 

@@ -1,7 +1,8 @@
 """What record classes cost, side by side with peers: attributes, constructors, and whole tables.
 
 Prints nanoseconds with their ratio to types written by hand in C, all from one run, and the bulk figures against
-memcpy and against reading fields one by one through the flat module. README.md says how to read it.
+`struct` on the same bytes, against memcpy, and against reading fields one by one through the flat module. README.md
+says how to read it.
 """
 
 from __future__ import annotations
@@ -11,7 +12,7 @@ import collections
 import ctypes
 import importlib
 import itertools
-import json
+import struct
 import sys
 import time
 from collections.abc import Callable, Iterable
@@ -24,6 +25,8 @@ sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 
 from benchmarks import build, calls, machine, report, timing
 from benchmarks.calls import CONSTRUCTOR, INTEGER_GETTER, INTEGER_SETTER, TEXT_GETTER, TEXT_SETTER, Contender
+from benchmarks.figures import Table
+from benchmarks.timing import Spread
 
 _KEYWORD = "constructor with a keyword"
 _FLAG_GETTER = "flag getter"
@@ -52,7 +55,7 @@ def _contenders(records: ModuleType, folder: Path, flat: ModuleType) -> list[Con
         _attributes("C types", by_hand.Signature, by_hand.Name, by_hand.Entry),
     ]
     peers = {c.title: c for c in calls.contenders(flat, folder)}
-    for title in ("ctypes", "cffi, API mode", "pybind11"):
+    for title in ("ctypes", "cffi, API mode", "pybind11", "nanobind", "SWIG, -builtin"):
         peer = peers[title]
         found.append(Contender(title, peer.names, {k: v for k, v in peer.statements.items() if k in _STATEMENTS}))
     return found
@@ -76,14 +79,15 @@ def _check(contenders: list[Contender]) -> None:
 # ---- Tables ----
 
 
-def _best(work: Callable[[], object], rounds: int) -> float:
-    """The least seconds that the work took."""
-    least = float("inf")
+def _race(works: dict[str, Callable[[], object]], rounds: int, each: float = 1.0) -> dict[str, Spread]:
+    """Nanoseconds of each of the works that take turns, divided by what they do `each` time."""
+    samples: dict[str, list[float]] = {title: [] for title in works}
     for _ in range(rounds):
-        start = time.perf_counter()
-        work()
-        least = min(least, time.perf_counter() - start)
-    return least
+        for title, work in works.items():
+            start = time.perf_counter_ns()
+            work()
+            samples[title].append((time.perf_counter_ns() - start) / each)
+    return {title: timing.spread(taken) for title, taken in samples.items()}
 
 
 def _table(records: Any, count: int) -> Any:
@@ -112,7 +116,7 @@ def _one_by_one(flat: Any, first: Any, indexes: Iterable[int]) -> None:
         )
 
 
-def _flat_alone(flat: Any) -> float:
+def _flat_alone(flat: Any) -> dict[str, Spread]:
     """Nanoseconds a row through the flat module, before the record classes are registered with it."""
 
     class Entry:
@@ -121,49 +125,106 @@ def _flat_alone(flat: Any) -> float:
     flat.VSMACEntry_swigregister(Entry)
     first = flat.new_VSMACEntry()
     # The first entry over and over: there is no second behind it.
-    return _best(lambda: _one_by_one(flat, first, itertools.repeat(0, _ROWS)), 50) / _ROWS * 1e9
+    works: dict[str, Callable[[], object]] = {
+        "fields one by one, flat module": lambda: _one_by_one(flat, first, itertools.repeat(0, _ROWS))
+    }
+    return _race(works, 50, _ROWS)
 
 
-def _rows(records: Any, flat: Any, alone: float) -> dict[str, float]:
-    """Nanoseconds a row, by way."""
+_UNPACK = struct.Struct("<6sBI?HIII")
+"""An entry as `struct` reads it: the address as bytes, its kind as a number."""
+
+
+def _exhaust(iterable: Iterable[object]) -> None:
+    collections.deque(iterable, 0)
+
+
+def _fields(table: Any) -> None:
+    """Reads the fields of entries one by one through the record classes."""
+    for entry in table:
+        _ = (
+            entry.macAddress,
+            entry.macAddrType,
+            entry.portID,
+            entry.aging,
+            entry.vid,
+            entry.vni,
+            entry.elapsed,
+            entry.macMove,
+        )
+
+
+def _unpacked_alike(records: Any, data: memoryview) -> None:
+    """The same values as those of rows, by `struct`: addresses and kinds as their classes."""
+    kinds = {int(kind): kind for kind in importlib.import_module("libkestrel.enums").VSMACAddrType}
+    address = records.MacAddress
+    for mac, kind, port, aging, vid, vni, elapsed, moves in _UNPACK.iter_unpack(data):
+        _ = (address(mac), kinds[kind], port, aging, vid, vni, elapsed, moves)
+
+
+def _rows(records: Any, flat: Any, alone: dict[str, Spread]) -> Table:
+    """Nanoseconds a row of a MAC table, by way."""
     table = _table(records, _ROWS)
     first = flat.VSMACTable_macEntries_get(table)
-    taken = {
-        "for row in table.rows()": _best(lambda: collections.deque(table.rows(), 0), 500),
-        "list(table.rows())": _best(lambda: list(table.rows()), 500),
-        "flat module giving records": _best(lambda: _one_by_one(flat, first, range(_ROWS)), 50),
-    }
-    return {title: seconds / _ROWS * 1e9 for title, seconds in taken.items()} | {"flat module alone": alone}
+    data = memoryview(bytes(memoryview(table).cast("B")))
+    if _UNPACK.size * len(table) != len(data):
+        sys.exit("struct reads other entries than the table has")
+    ours = "for row in table.rows()"
+    taken = _race(
+        {
+            ours: lambda: _exhaust(table.rows()),
+            "struct.iter_unpack, bytes and numbers": lambda: _exhaust(_UNPACK.iter_unpack(data)),
+            "struct.iter_unpack, the rows' values": lambda: _unpacked_alike(records, data),
+            "list(table.rows())": lambda: list(table.rows()),
+            "list(struct.iter_unpack)": lambda: list(_UNPACK.iter_unpack(data)),
+            "fields one by one, record classes": lambda: _fields(table),
+            "fields one by one, flat module giving records": lambda: _one_by_one(flat, first, range(_ROWS)),
+        },
+        200,
+        _ROWS,
+    )
+    return _by_way("rows", "A row of a MAC table", "ns", ours, taken | alone)
+
+
+def _by_way(name: str, title: str, unit: str, reference: str, taken: dict[str, Spread]) -> Table:
+    return Table(name, title, "way", unit, reference, {way: {"time": spread} for way, spread in taken.items()})
 
 
 def _column(numpy: Any, table: Any, name: str) -> Any:
     return numpy.asarray(table.columns()[name])
 
 
-def _columns(records: Any) -> dict[str, dict[str, float]]:
-    """Nanoseconds for columns of a table of `_ENTRIES`, by column and by way."""
+def _columns(records: Any) -> list[Table]:
+    """Whole columns of a table of `_ENTRIES`, by column and by way."""
     numpy: Any = importlib.import_module("numpy")
     table = _table(records, _ENTRIES)
-    found = {}
-    for name in ("macAddress", "portID"):
+    data = memoryview(table).cast("B")
+    found = []
+    for name, index in (("macAddress", 0), ("portID", 2)):
         column = numpy.asarray(table.columns()[name])
         source, target = numpy.zeros(column.nbytes, "u1"), numpy.ones(column.nbytes, "u1")
-        copy = partial(ctypes.memmove, target.ctypes.data, source.ctypes.data, column.nbytes)
-        taken = {
-            "memcpy of as many bytes": _best(copy, 50),
-            "numpy.asarray(column)": _best(partial(_column, numpy, table, name), 50),
-            "numpy.ascontiguousarray(column)": _best(partial(numpy.ascontiguousarray, column), 20),
+        ours = "numpy.asarray(column)"
+        works: dict[str, Callable[[], object]] = {
+            ours: partial(_column, numpy, table, name),
+            "memcpy of as many bytes": partial(ctypes.memmove, target.ctypes.data, source.ctypes.data, column.nbytes),
+            "numpy.ascontiguousarray(column)": partial(numpy.ascontiguousarray, column),
+            "list(column)": partial(list, table.columns()[name]),
+            "struct.iter_unpack": partial(_unpacked_column, data, index),
+            "fields one by one, record classes": partial(_field_column, table, name),
         }
-        found[name] = {title: seconds * 1e9 for title, seconds in taken.items()}
+        taken = _race(works, 7)
+        found.append(
+            _by_way(f"column-{name}", f"The column {name} of {_ENTRIES:,} entries", "ms", "list(column)", taken)
+        )
     return found
 
 
-def _show(title: str, taken: dict[str, float]) -> None:
-    """Print figures with their ratios to the first."""
-    if taken:
-        print(f"\n{title}")
-    for way, figure in taken.items():
-        print(f"  {way:<32} {figure:>12,.0f} {figure / next(iter(taken.values())):>10.2f}")
+def _unpacked_column(data: memoryview, index: int) -> list[Any]:
+    return [entry[index] for entry in _UNPACK.iter_unpack(data)]
+
+
+def _field_column(table: Any, name: str) -> list[Any]:
+    return [getattr(entry, name) for entry in table]
 
 
 def main() -> None:
@@ -183,20 +244,12 @@ def main() -> None:
     _check(contenders)
     taken = timing.interleave(contenders, options.rounds)
     report.progress("Timing tables ...")
-    rows, columns = _rows(records, flat, alone), _columns(records)
-    for key, value in machine.describe().items():
-        print(f"{key}: {value}")
-    report.show_calls(taken)
-    _show("Nanoseconds a row of a MAC table", rows)
-    for name, ways in columns.items():
-        _show(f"Nanoseconds for the column {name} of {_ENTRIES:,} entries", ways)
-    if options.json:
-        data: dict[str, Any] = {
-            "calls": {k: {t: vars(s) for t, s in row.items()} for k, row in taken.items()},
-            "rows": rows,
-        }
-        data["columns"] = columns
-        options.json.write_text(json.dumps(data, indent=2) + "\n")
+    tables = [
+        Table("records", "Attributes and constructors of record classes", "operation", "ns", "C types", taken),
+        _rows(records, flat, alone),
+        *_columns(records),
+    ]
+    report.show(machine.describe(), tables, options.json)
 
 
 if __name__ == "__main__":

@@ -159,7 +159,7 @@ void Host::ReplaceConfig(std::string_view image) {
     const auto same = by_id.find(former.config.spec().id);
     if (same != by_id.end()) {
       PlugIn(*same->second, former.config);
-    } else if (former.config.CountActivePorts() != 0) {
+    } else if (!former.config.active_ports().empty()) {
       throw StatusError(ZEL_BUSY);
     }
   }

@@ -98,7 +98,7 @@ void Host::ReplaceUplinks(std::string_view owner, const std::vector<UplinkSpec> 
 }
 
 void Host::ForgetPort(Switch &owner, PortId port) noexcept {
-  owner.runtime.macs.RemoveIf([port](const MacKey &, const MacEntry &entry) { return entry.port == port; });
+  owner.runtime.macs.RemoveBehind(port);
   owner.runtime.ports.Remove(port);
   owner.runtime.multicast.ForgetPort(port);
   owner.runtime.team.ForgetPort(port);

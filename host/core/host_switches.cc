@@ -35,7 +35,7 @@ std::string Host::FreePortsetName() const {
 
 void Host::RemoveSwitch(std::string_view owner) {
   const Switch &target = Get(owner);
-  if (target.config.CountActivePorts() != 0) throw StatusError(ZEL_BUSY);
+  if (!target.config.active_ports().empty()) throw StatusError(ZEL_BUSY);
   store_.RemoveSwitch(target.config.spec().id);
   for (const Port &port : target.config.ports().Items()) {
     captures_.Forget(port.id);

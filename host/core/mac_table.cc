@@ -48,10 +48,11 @@ Learning MacTable::Learn(const MacKey &key, PortId port, TimePoint now) {
   if (entry.port == port && entry.last_seen == now) return Learning::kRefreshed;
   const bool has_moved = entry.port != port;
   if (has_moved) {
-    ++learned_behind_[port];
-    --learned_behind_[entry.port];
+    Part &part = parts_[port];
+    Leave(slot);
     entry.port = port;
     ++entry.moves;
+    Join(part, slot);
   }
   NoteChange(key);
   entry.last_seen = now;
@@ -72,11 +73,13 @@ void MacTable::Enter(const MacKey &key, VSMACAddrType kind, PortId port, TimePoi
   }
   MacEntry &entry = items_[slot].entry;
   if (!IsLearned(entry)) throw StatusError(ZEL_EXISTS);
+  Part &part = parts_[port];
   Unlink(slot);
   --learned_;
-  --learned_behind_[entry.port];
+  Leave(slot);
   NoteChange(key);
   entry = entered;
+  Join(part, slot);
 }
 
 void MacTable::Restore(std::vector<MacItem> saved) {
@@ -86,7 +89,8 @@ void MacTable::Restore(std::vector<MacItem> saved) {
     const Slot slot = Add(item);
     if (!IsLearned(item.entry)) continue;
     Slot older = youngest_;
-    while (older != kNoSlot && items_[older].entry.last_seen > item.entry.last_seen) older = links_[older].older;
+    while (older != kNoSlot && items_[older].entry.last_seen > item.entry.last_seen)
+      older = links_[older].by_age.previous;
     LinkAfter(older, slot);
   }
 }
@@ -94,6 +98,10 @@ void MacTable::Restore(std::vector<MacItem> saved) {
 void MacTable::Remove(const MacKey &key) noexcept {
   const Slot slot = SlotOf(key);
   if (slot != kNoSlot) RemoveAt(slot);
+}
+
+void MacTable::RemoveBehind(PortId port) noexcept {
+  for (Slot slot = PartOf(port).first; slot != kNoSlot; slot = PartOf(port).first) RemoveAt(slot);
 }
 
 void MacTable::Expire(TimePoint now) noexcept {
@@ -105,16 +113,14 @@ Slot MacTable::Add(const MacItem &item) {
   // All that can fail comes first.
   index_.Reserve(items_.size() + 1);
   if (links_.size() == links_.capacity()) links_.reserve(2 * links_.size() + 1);
-  std::size_t *behind = IsLearned(item.entry) ? &learned_behind_[item.entry.port] : nullptr;
+  Part &part = parts_[item.entry.port];
   items_.push_back(item);
 
   links_.emplace_back();
   const auto slot = static_cast<Slot>(items_.size() - 1);
   index_.Add(HashOf(item.key), slot);
-  if (behind != nullptr) {
-    ++*behind;
-    ++learned_;
-  }
+  Join(part, slot);
+  if (IsLearned(item.entry)) ++learned_;
   NoteChange(item.key);
   return slot;
 }
@@ -125,36 +131,61 @@ void MacTable::RemoveAt(Slot slot) noexcept {
   if (IsLearned(gone.entry)) {
     Unlink(slot);
     --learned_;
-    const auto behind = learned_behind_.find(gone.entry.port);
-    if (--behind->second == 0) learned_behind_.erase(behind);
   }
+  Leave(slot);
+  if (const auto part = parts_.find(gone.entry.port); part->second.size == 0) parts_.erase(part);
   index_.Remove(HashOf(gone.key), slot);
   const auto last = static_cast<Slot>(items_.size() - 1);
   if (slot != last) {
     items_[slot] = items_[last];
     links_[slot] = links_[last];
     index_.Replace(HashOf(items_[slot].key), last, slot);
+    const auto &[by_age, by_port] = links_[slot];
     if (IsLearned(items_[slot].entry)) {
-      const Links &links = links_[slot];
-      (links.older == kNoSlot ? oldest_ : links_[links.older].younger) = slot;
-      (links.younger == kNoSlot ? youngest_ : links_[links.younger].older) = slot;
+      (by_age.previous == kNoSlot ? oldest_ : links_[by_age.previous].by_age.next) = slot;
+      (by_age.next == kNoSlot ? youngest_ : links_[by_age.next].by_age.previous) = slot;
     }
+    Slot &to_slot = by_port.previous == kNoSlot ? parts_.find(items_[slot].entry.port)->second.first
+                                                : links_[by_port.previous].by_port.next;
+    to_slot = slot;
+    if (by_port.next != kNoSlot) links_[by_port.next].by_port.previous = slot;
   }
   items_.pop_back();
   links_.pop_back();
 }
 
+void MacTable::Join(Part &part, Slot slot) noexcept {
+  links_[slot].by_port = {.previous = kNoSlot, .next = part.first};
+  if (part.first != kNoSlot) links_[part.first].by_port.previous = slot;
+  part.first = slot;
+  const VSMACAddrType kind = items_[slot].entry.kind;
+  ++part.size;
+  part.learned += kind == VS_MAC_ADDR_TYPE_LEARNED ? 1 : 0;
+  part.users += kind == VS_MAC_ADDR_TYPE_USER ? 1 : 0;
+}
+
+void MacTable::Leave(Slot slot) noexcept {
+  Part &part = parts_.find(items_[slot].entry.port)->second;
+  const auto [previous, next] = std::exchange(links_[slot].by_port, {});
+  (previous == kNoSlot ? part.first : links_[previous].by_port.next) = next;
+  if (next != kNoSlot) links_[next].by_port.previous = previous;
+  const VSMACAddrType kind = items_[slot].entry.kind;
+  part.learned -= kind == VS_MAC_ADDR_TYPE_LEARNED ? 1 : 0;
+  part.users -= kind == VS_MAC_ADDR_TYPE_USER ? 1 : 0;
+  --part.size;
+}
+
 void MacTable::LinkAfter(Slot older, Slot slot) noexcept {
-  Slot &to_slot = older == kNoSlot ? oldest_ : links_[older].younger;
+  Slot &to_slot = older == kNoSlot ? oldest_ : links_[older].by_age.next;
   const Slot younger = std::exchange(to_slot, slot);
-  (younger == kNoSlot ? youngest_ : links_[younger].older) = slot;
-  links_[slot] = {older, younger};
+  (younger == kNoSlot ? youngest_ : links_[younger].by_age.previous) = slot;
+  links_[slot].by_age = {.previous = older, .next = younger};
 }
 
 void MacTable::Unlink(Slot slot) noexcept {
-  const Links links = std::exchange(links_[slot], {});
-  (links.older == kNoSlot ? oldest_ : links_[links.older].younger) = links.younger;
-  (links.younger == kNoSlot ? youngest_ : links_[links.younger].older) = links.older;
+  const auto [older, younger] = std::exchange(links_[slot].by_age, {});
+  (older == kNoSlot ? oldest_ : links_[older].by_age.next) = younger;
+  (younger == kNoSlot ? youngest_ : links_[younger].by_age.previous) = older;
 }
 
 void MacTable::NoteChange(const MacKey &key) noexcept {

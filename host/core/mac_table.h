@@ -103,6 +103,9 @@ class KESTREL_HOST_EXPORT MacTable {
   /** Drops the learned entries whose time is over. */
   void Expire(TimePoint now) noexcept;
 
+  /** Drops the entries behind a port. */
+  void RemoveBehind(PortId port) noexcept;
+
   /** Drops the entries for which `drop(key, entry)` is true; it must not throw. */
   template <typename Drop>
   void RemoveIf(Drop drop) noexcept {
@@ -118,10 +121,14 @@ class KESTREL_HOST_EXPORT MacTable {
 
   std::size_t size() const { return items_.size(); }
   std::size_t learned() const { return learned_; }
-  /** How many learned entries are behind a port. */
-  std::size_t LearnedBehind(PortId port) const {
-    const auto found = learned_behind_.find(port);
-    return found == learned_behind_.end() ? 0 : found->second;
+  /** How many entries are behind a port, how many of them learned, and how many entered by users. */
+  std::size_t SizeBehind(PortId port) const { return PartOf(port).size; }
+  std::size_t LearnedBehind(PortId port) const { return PartOf(port).learned; }
+  std::size_t UsersBehind(PortId port) const { return PartOf(port).users; }
+  /** Calls `visit(item)` for each entry behind a port, and looks at no other. */
+  template <typename Visit>
+  void ForEachBehind(PortId port, Visit visit) const {
+    for (Slot slot = PartOf(port).first; slot != kNoSlot; slot = links_[slot].by_port.next) visit(items_[slot]);
   }
 
   /** All of them, in an order that only what has happened to the table decides. To sort a large one would take longer
@@ -132,10 +139,22 @@ class KESTREL_HOST_EXPORT MacTable {
   const ChangeList<MacKey> &changes() const { return changes_; }
 
  private:
-  /** The neighbours among the learned entries, by when they were last seen. */
+  struct Neighbours {
+    Slot previous = kNoSlot;
+    Slot next = kNoSlot;
+  };
   struct Links {
-    Slot older = kNoSlot;
-    Slot younger = kNoSlot;
+    /** Among the learned entries, by when they were last seen. */
+    Neighbours by_age;
+    /** Among the entries behind the same port. */
+    Neighbours by_port;
+  };
+  /** The entries behind a port. */
+  struct Part {
+    Slot first = kNoSlot;
+    std::size_t size = 0;
+    std::size_t learned = 0;
+    std::size_t users = 0;
   };
 
   static std::uint32_t HashOf(const MacKey &key) {
@@ -148,8 +167,16 @@ class KESTREL_HOST_EXPORT MacTable {
   Slot SlotOf(const MacKey &key) const {
     return index_.Find(HashOf(key), [&](Slot slot) { return items_[slot].key == key; });
   }
+  Part PartOf(PortId port) const {
+    const auto found = parts_.find(port);
+    return found == parts_.end() ? Part{} : found->second;
+  }
   Slot Add(const MacItem &item);
   void RemoveAt(Slot slot) noexcept;
+  /** Puts an entry that is where and what it is going to be into its port's part. */
+  void Join(Part &part, Slot slot) noexcept;
+  /** Takes an entry out of its port's part, before it becomes another's. */
+  void Leave(Slot slot) noexcept;
   /** Makes an entry the youngest of those that are learned. */
   void Link(Slot slot) noexcept { LinkAfter(youngest_, slot); }
   void LinkAfter(Slot older, Slot slot) noexcept;
@@ -164,7 +191,7 @@ class KESTREL_HOST_EXPORT MacTable {
   Slot oldest_ = kNoSlot;
   Slot youngest_ = kNoSlot;
   std::size_t learned_ = 0;
-  std::unordered_map<PortId, std::size_t> learned_behind_;
+  std::unordered_map<PortId, Part> parts_;
   ChangeList<MacKey> changes_;
 };
 

@@ -64,9 +64,8 @@ const Uplink *SwitchConfig::UplinkOfNic(std::string_view nic) const {
   return found == nics_.end() ? nullptr : uplinks_.Find(found->second);
 }
 
-std::uint32_t SwitchConfig::CountActivePorts() const {
-  const auto is_active = [](const Port &port) { return port.client.has_value(); };
-  return static_cast<std::uint32_t>(std::ranges::count_if(ports_.Items(), is_active));
+std::uint32_t SwitchConfig::CountSinkPorts() const {
+  return sink_ports_.Get([this] { return static_cast<std::uint32_t>(std::ranges::count_if(ports_.Items(), IsSink)); });
 }
 
 void SwitchConfig::AddPort(Port port) {
@@ -76,13 +75,17 @@ void SwitchConfig::AddPort(Port port) {
   if (ports_.size() >= spec_.max_ports) throw StatusError(ZEL_LIMIT_EXCEEDED);
   const PortId id = port.id;
   const bool has_properties = !port.properties.Items().empty();
+  if (port.client) throw FatalError("a client is plugged into a port that is there");
   ports_.Add(std::move(port));
+  if (has_properties) sink_ports_.Forget();
   Note(ConfigPart::Kind::kPort, id);
   if (has_properties) changes_.Note({.kind = ConfigPart::Kind::kProperties, .place = {PropertyLevel::kPort, id}});
 }
 
 void SwitchConfig::RemovePort(PortId id) noexcept {
-  if (ports_.Find(id) == nullptr) return;
+  const Port *port = ports_.Find(id);
+  if (port == nullptr) return;
+  if (!port->properties.Items().empty()) sink_ports_.Forget();
   Disconnect(id);
   uplinks_.Remove(id);
   ports_.Remove(id);
@@ -150,7 +153,14 @@ void SwitchConfig::Connect(PortId id, Client client) {
   if (!spec_.is_member) throw StatusError(ZEL_IS_DISCONNECTED);
   CheckAdapter(client.adapter);
   if (port->client) throw StatusError(ZEL_IS_CONNECTED);
-  if (is_uplink && !nics_.emplace(client.name, id).second) throw StatusError(ZEL_IS_CONNECTED);
+  if (is_uplink && nics_.contains(client.name)) throw StatusError(ZEL_IS_CONNECTED);
+  active_ports_.insert(id);
+  try {
+    if (is_uplink) nics_.emplace(client.name, id);
+  } catch (...) {
+    active_ports_.erase(id);
+    throw;
+  }
   port->client = std::move(client);
   Note(ConfigPart::Kind::kPort, id);
 }
@@ -160,6 +170,7 @@ void SwitchConfig::Disconnect(PortId id) noexcept {
   if (port == nullptr || !port->client) return;
   if (uplinks_.Find(id) != nullptr) nics_.erase(port->client->name);
   port->client.reset();
+  active_ports_.erase(id);
   Note(ConfigPart::Kind::kPort, id);
 }
 
@@ -186,7 +197,7 @@ void SwitchConfig::SetMaxPorts(std::uint32_t max_ports) {
 }
 
 void SwitchConfig::SetMember(bool is_member) {
-  if (!is_member && CountActivePorts() != 0) throw StatusError(ZEL_BUSY);
+  if (!is_member && !active_ports_.empty()) throw StatusError(ZEL_BUSY);
   spec_.is_member = is_member;
   Note(ConfigPart::Kind::kSpec);
 }
@@ -215,16 +226,19 @@ PropertySet &SwitchConfig::PropertiesToChange(PropertyPlace place) {
 void SwitchConfig::PutProperty(PropertyPlace place, PropertySet::Map::node_type ready) {
   PropertySet &properties = PropertiesToChange(place);
   NoteProperty(place, ready.key());
+  if (ready.key() == VSPROP_PORT_EXTRA_ETH_FRP) sink_ports_.Forget();
   properties.Put(std::move(ready));
 }
 
 void SwitchConfig::RemoveProperty(PropertyPlace place, std::string_view key) {
   PropertiesToChange(place).Remove(key);
+  if (key == VSPROP_PORT_EXTRA_ETH_FRP) sink_ports_.Forget();
   NoteProperty(place, key);
 }
 
 PropertySet &SwitchConfig::PropertiesAt(PropertyPlace place) {
   PropertySet &properties = PropertiesToChange(place);
+  if (place.level == PropertyLevel::kPort) sink_ports_.Forget();
   changes_.Note({.kind = ConfigPart::Kind::kProperties, .place = place});
   return properties;
 }
@@ -245,6 +259,7 @@ void SwitchConfig::ResetProperties() noexcept {
   host_properties_.Clear();
   for (Port &port : ports_.Items()) port.properties.Clear();
   for (Uplink &uplink : uplinks_.Items()) uplink.properties.Clear();
+  sink_ports_.Forget();
   revision_.Renew();
 }
 
@@ -277,10 +292,6 @@ std::optional<VlanPolicy> VlanOf(const Port &port) {
 bool IsSink(const Port &port) {
   const Property *filter = port.properties.Find(VSPROP_PORT_EXTRA_ETH_FRP);
   return filter != nullptr && (RecordOf<VSExtraEthFilter>(filter->value).flags & ZEL_ETH_FILTER_SINK) != 0;
-}
-
-std::uint32_t CountSinkPorts(const SwitchConfig &config) {
-  return static_cast<std::uint32_t>(std::ranges::count_if(config.ports().Items(), IsSink));
 }
 
 }  // namespace kestrel::host

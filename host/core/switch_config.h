@@ -3,10 +3,12 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 
 #include "host/core/base/change_list.h"
+#include "host/core/base/kept_count.h"
 #include "host/core/base/named_table.h"
 #include "host/core/base/revision.h"
 #include "host/core/base/text_map.h"
@@ -105,8 +107,10 @@ class KESTREL_HOST_EXPORT SwitchConfig {
   const std::string *NicOf(PortId uplink) const;
   /** Null when the NIC is not plugged into this switch. */
   const Uplink *UplinkOfNic(std::string_view nic) const;
-  /** Ports that have a client. */
-  std::uint32_t CountActivePorts() const;
+  /** The ports that have a client, in order. */
+  const std::set<PortId> &active_ports() const { return active_ports_; }
+  /** The ports in sink mode, counted anew only after something has changed that decides on it. */
+  std::uint32_t CountSinkPorts() const;
 
   /** Throws StatusError ZEL_EXISTS when the identifier or the name is taken, ZEL_LIMIT_EXCEEDED when the switch is
       full, and as CheckName does. */
@@ -177,6 +181,8 @@ class KESTREL_HOST_EXPORT SwitchConfig {
   PropertySet host_properties_;
   /** The uplinks that have a NIC, by its name. */
   TextMap<PortId> nics_;
+  std::set<PortId> active_ports_;
+  mutable KeptCount sink_ports_;
   ChangeList<ConfigPart> changes_;
   Revision revision_;
 };
@@ -187,6 +193,5 @@ KESTREL_HOST_EXPORT std::uint32_t MtuOf(const SwitchConfig &config);
 KESTREL_HOST_EXPORT std::optional<VlanPolicy> VlanOf(const Port &port);
 /** Whether a port receives what no other port wants. */
 KESTREL_HOST_EXPORT bool IsSink(const Port &port);
-KESTREL_HOST_EXPORT std::uint32_t CountSinkPorts(const SwitchConfig &config);
 
 }  // namespace kestrel::host

@@ -99,9 +99,8 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus kestrel_lab_list_clients(const char *switch
     abi::ClearOutputs(clientsCell, countCell);
     std::vector<KestrelLabClient> records;
     const Switch &owner = ReadHost().FindSwitch(abi::SwitchName(switchName));
-    for (const Port &port : owner.config.ports().Items()) {
-      if (port.client) records.push_back(RecordOf(owner, port));
-    }
+    for (const PortId id : owner.config.active_ports())
+      records.push_back(RecordOf(owner, *owner.config.ports().Find(id)));
     HandOut(records, clientsCell, countCell);
   });
 }

@@ -34,32 +34,40 @@ void WriteEntry(const MacItem &item, TimePoint now, VSMACEntry &record) {
   record.macMove = entry.moves;
 }
 
-/** The entries of one kind out of the part of the table for which `is_part(entry)` is true, the clients' own first. */
-template <typename IsPart>
-VSMACTable *TableOf(const Host &host, const Switch &which, VSMACAddrType kind, IsPart is_part) {
+/** The entries of one kind out of a part of the table, the clients' own first: those for which `is_part(entry)` is
+   true. `for_each(visit)` visits entries of the table, at most `most`, among which the whole part is. */
+template <typename IsPart, typename ForEach>
+VSMACTable *TableOf(const Host &host, const Switch &which, VSMACAddrType kind, IsPart is_part, std::size_t most,
+                    ForEach for_each) {
   if (kind > VS_MAC_ADDR_TYPE_ALL) throw StatusError(ZEL_BAD_PARAM);
   const std::vector<MacItem> stations = StationsOf(host, which);
-  const std::span<const MacItem> entries = which.runtime.macs.entries();
   const TimePoint now = host.clock().Now();
   VSMACTable head{};
   // One way through a table that may be large, so that its part is not counted before.
-  RecordBlock block(sizeof head + (stations.size() + entries.size()) * sizeof(VSMACEntry));
+  RecordBlock block(sizeof head + (stations.size() + most) * sizeof(VSMACEntry));
   block.Append(head);
   auto *const records = block.Room<VSMACEntry>();
-  for (const std::span<const MacItem> items : {std::span<const MacItem>(stations), entries}) {
-    for (const MacItem &item : items) {
-      if (!is_part(item.entry)) continue;
-      ++head.totalEntries;
-      if (kind == VS_MAC_ADDR_TYPE_ALL || item.entry.kind == kind) {
-        WriteEntry(item, now, records[head.numEntries++]);
-      }
-    }
-  }
+  const auto put = [&](const MacItem &item) {
+    if (!is_part(item.entry)) return;
+    ++head.totalEntries;
+    if (kind == VS_MAC_ADDR_TYPE_ALL || item.entry.kind == kind) WriteEntry(item, now, records[head.numEntries++]);
+  };
+  for (const MacItem &item : stations) put(item);
+  for_each(put);
   block.Fill(head.numEntries * sizeof(VSMACEntry));
   block.Trim();
   auto *table = block.Release<VSMACTable>();
   *table = head;
   return table;
+}
+
+/** The same out of the whole table. */
+template <typename IsPart>
+VSMACTable *TableOf(const Host &host, const Switch &which, VSMACAddrType kind, IsPart is_part) {
+  const std::span<const MacItem> entries = which.runtime.macs.entries();
+  return TableOf(host, which, kind, is_part, entries.size(), [entries](auto visit) {
+    for (const MacItem &item : entries) visit(item);
+  });
 }
 
 /** The place of a caller's entry in the table. The switch knows no overlay networks. */
@@ -108,7 +116,9 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_GetPortMACTable(const char *switchNam
     const Switch &which = host.FindSwitch(name);
     const PortId port = which.config.PortNamed(PortName(portName)).id;
     const auto behind = [port](const MacEntry &entry) { return entry.port == port; };
-    SetOutput(tableOut, TableOf(host, which, addrType, behind));
+    const MacTable &macs = which.runtime.macs;
+    const auto for_each = [&macs, port](auto visit) { macs.ForEachBehind(port, visit); };
+    SetOutput(tableOut, TableOf(host, which, addrType, behind, macs.SizeBehind(port), for_each));
   });
 }
 
@@ -124,12 +134,7 @@ KESTREL_HOST_EXPORT ZEL_ReturnStatus VSZEL_SetPortMACTable(const char *switchNam
     const PortId id = which.config.PortNamed(port).id;
     const auto policy =
         RecordOf<VSPMACManagement>(ValueOf(PortProperty{switchName, portName, VSPROP_PORT_MAC_MANAGEMENT}));
-    const auto is_user_entry = [id](const MacItem &item) {
-      return item.entry.port == id && item.entry.kind == VS_MAC_ADDR_TYPE_USER;
-    };
-    if (std::ranges::count_if(which.runtime.macs.entries(), is_user_entry) >= policy.portMACLearning.macLimit) {
-      throw StatusError(ZEL_LIMIT_EXCEEDED);
-    }
+    if (which.runtime.macs.UsersBehind(id) >= policy.portMACLearning.macLimit) throw StatusError(ZEL_LIMIT_EXCEEDED);
     host.EnterAddress(name, id, key, VS_MAC_ADDR_TYPE_USER);
   });
 }

@@ -29,9 +29,9 @@ VSInfo InfoOf(const Switch &which) {
   info.mtu = MtuOf(which.config);
   info.minValidVlan = spec.vlans.first;
   info.maxValidVlan = spec.vlans.last;
-  info.activePorts = which.config.CountActivePorts();
+  info.activePorts = static_cast<zel_uint32>(which.config.active_ports().size());
   info.maxPorts = spec.max_ports;
-  info.numSinkPorts = static_cast<zel_uint16>(CountSinkPorts(which.config));
+  info.numSinkPorts = static_cast<zel_uint16>(which.config.CountSinkPorts());
   SetText(info.dvsName, spec.alias);
   SetText(info.vdsID, spec.id);
   return info;

@@ -24,6 +24,9 @@ using std::chrono::steady_clock;
 /** How soon a call that only reads sees that there is another file under the name. */
 constexpr std::chrono::milliseconds kLookInterval{100};
 /** The log is merged into the main file when it has so many pages. A process that opens the file reads the log. */
+/** 64 MiB at most, as far as pages are used: enough for a transaction of a million addresses to write each page once.
+ */
+constexpr char kPagesInMemory[] = "PRAGMA cache_size = -65536";
 constexpr char kMergeAt[] = "PRAGMA wal_autocheckpoint = 512";
 
 // ---- Forks ----
@@ -178,6 +181,7 @@ std::unique_ptr<HostFile::Connection> HostFile::Connect() {
 void HostFile::Prepare(Connection &connection) {
   Database &database = connection.database;
   database.Execute("PRAGMA cell_size_check = ON; PRAGMA secure_delete = OFF; PRAGMA temp_store = MEMORY");
+  database.Execute(kPagesInMemory);
   // As of one moment: another process may just be making it.
   connection.begin_reading.Run();
   const bool is_empty = IsEmpty(database);

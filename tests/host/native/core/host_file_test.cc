@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include "host/core/sample_host.h"
+#include "host/core/storage/storage.h"
 #include "tests/host/native/support/host_dump.h"
 #include "tests/host/native/support/status.h"
 #include "tests/host/native/support/test_host.h"
@@ -42,6 +43,33 @@ TEST(HostFile, KeepsEveryPartOfTheSampleHost) {
   HostFile again(folder.File(), MakeTestHost);
   again.Refresh();
   EXPECT_EQ(DumpOf(again.host()), DumpOf(*MakeSampleHost()));
+}
+
+/** How often a transaction that enters many addresses writes to the disk; `place(i)` is the number of the i-th. */
+template <typename Place>
+std::uint64_t WritesToEnterMany(std::uint32_t count, Place place) {
+  const TestFolder folder;
+  HostFile file(folder.File(), MakeTestHost);
+  file.Refresh();
+  const PortId port = file.host().FindSwitch(kAlias).config.ports().Items().front().id;
+  const std::uint64_t before = StorageOperations(StorageOperation::kWrite);
+  file.Begin();
+  for (std::uint32_t i = 0; i < count; ++i) {
+    const std::uint32_t number = place(i);
+    const auto byte = [number](int shift) { return static_cast<std::uint8_t>(number >> shift); };
+    const MacKey key{1, {0x02, 0, 0, byte(16), byte(8), byte(0)}};
+    Change(file, [&](Host &host) { host.EnterAddress(kAlias, port, key, VS_MAC_ADDR_TYPE_USER); });
+  }
+  file.Commit();
+  return StorageOperations(StorageOperation::kWrite) - before;
+}
+
+TEST(HostFile, ALargeTransactionWritesAPageOnceInWhateverOrderItIsChanged) {
+  constexpr std::uint32_t kCount = 1 << 17;
+  const std::uint64_t in_order = WritesToEnterMany(kCount, [](std::uint32_t i) { return i; });
+  const std::uint64_t scattered = WritesToEnterMany(kCount, [](std::uint32_t i) { return i * 40503 % kCount; });
+  // Pages that fill up in any order are less full than those that fill up one after the other.
+  EXPECT_LT(scattered, 2 * in_order);
 }
 
 TEST(HostFile, KeepsAChangeForOthersAndForLater) {

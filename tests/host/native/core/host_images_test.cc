@@ -124,7 +124,7 @@ TEST(HostImages, NeedTheNicsThatTheyName) {
   EXPECT_STATUS(ZEL_NOT_FOUND, other.InitState(image));
   EXPECT_TRUE(other.Switches().empty());
   other.ReplaceConfig(image);
-  EXPECT_EQ(other.FindSwitch(kAlias).config.CountActivePorts(), 0U) << "a configuration plugs nobody in";
+  EXPECT_EQ(other.FindSwitch(kAlias).config.active_ports().size(), 0U) << "a configuration plugs nobody in";
 }
 
 TEST(HostImages, ThatAreRefusedChangeNothing) {

@@ -153,7 +153,7 @@ TEST(Host, ResetTakesEveryPolicyAndTheMtuBackInUseAndSaved) {
     }
     EXPECT_EQ(MtuOf(ConfigOf(*host)), kDefaultMtu);
     EXPECT_EQ(ConfigOf(*host).ports().size(), 6U);
-    EXPECT_EQ(ConfigOf(*host).CountActivePorts(), 4U);
+    EXPECT_EQ(ConfigOf(*host).active_ports().size(), 4U);
     for (const Port &port : ConfigOf(*host).ports().Items()) EXPECT_EQ(VlanOf(port), std::nullopt) << port.name;
   }
 }

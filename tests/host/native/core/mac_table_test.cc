@@ -1,5 +1,8 @@
 #include "host/core/mac_table.h"
 
+#include <algorithm>
+#include <iterator>
+#include <random>
 #include <vector>
 
 #include "tests/host/native/support/status.h"
@@ -120,6 +123,65 @@ TEST(MacTable, ForgetsWhatItIsToldToAndLearnsItAgain) {
   EXPECT_EQ(table.Learn({1, Station(1)}, kHere, seconds(40)), Learning::kNew);
   table.Expire(seconds(60));
   EXPECT_EQ(table.entries().front().key.address, Station(1)) << "its age counts from the second time";
+}
+
+/** What is behind a port by looking at everything, and what the table says of it: the same. */
+void ExpectPartIsKnown(const MacTable &table, PortId port) {
+  std::vector<MacItem> wanted;
+  std::ranges::copy_if(table.entries(), std::back_inserter(wanted),
+                       [port](const MacItem &item) { return item.entry.port == port; });
+  std::vector<MacItem> visited;
+  table.ForEachBehind(port, [&visited](const MacItem &item) { visited.push_back(item); });
+  std::ranges::sort(wanted, {}, &MacItem::key);
+  std::ranges::sort(visited, {}, &MacItem::key);
+  EXPECT_EQ(visited, wanted);
+  const auto count = [&wanted](VSMACAddrType kind) {
+    return static_cast<std::size_t>(
+        std::ranges::count(wanted, kind, [](const MacItem &item) { return item.entry.kind; }));
+  };
+  EXPECT_EQ(table.SizeBehind(port), wanted.size());
+  EXPECT_EQ(table.LearnedBehind(port), count(VS_MAC_ADDR_TYPE_LEARNED));
+  EXPECT_EQ(table.UsersBehind(port), count(VS_MAC_ADDR_TYPE_USER));
+}
+
+TEST(MacTable, KnowsWhatIsBehindEachPortWhateverHappens) {
+  constexpr PortId kPorts = 4;
+  std::mt19937 random(20);
+  const auto below = [&random](std::uint32_t limit) { return static_cast<std::uint32_t>(random() % limit); };
+  MacTable table({40, seconds(60)});
+  for (int step = 0; step < 4000; ++step) {
+    const TimePoint now = seconds(step / 4);
+    const MacKey key{static_cast<VlanId>(below(3)), Station(1 + below(30))};
+    const PortId port = below(kPorts);
+    switch (below(16)) {
+      case 0:
+        table.RemoveBehind(port);
+        EXPECT_EQ(table.SizeBehind(port), 0U);
+        break;
+      case 1:
+        table.RemoveIf([&key](const MacKey &each, const MacEntry &) { return each.vlan == key.vlan; });
+        break;
+      case 2:
+        table.Expire(now);
+        break;
+      case 3:
+      case 4:
+        table.Remove(key);
+        break;
+      case 5:
+      case 6:
+        if (const MacEntry *found = table.Find(key); found == nullptr || found->kind == VS_MAC_ADDR_TYPE_LEARNED) {
+          table.Enter(key, below(2) == 0 ? VS_MAC_ADDR_TYPE_USER : VS_MAC_ADDR_TYPE_STATIC, port, now);
+        }
+        break;
+      case 7:
+        table.Restore({{key, {VS_MAC_ADDR_TYPE_LEARNED, port, now, 0}}});
+        break;
+      default:
+        table.Learn(key, port, now);
+    }
+    for (PortId each = 0; each < kPorts; ++each) ExpectPartIsKnown(table, each);
+  }
 }
 
 TEST(MacTable, StationsAreNeitherGroupsNorNobody) {

@@ -1,5 +1,10 @@
 #include "host/core/switch_config.h"
 
+#include <random>
+#include <set>
+
+#include "host/core/base/record_bytes.h"
+#include "kestrel/policy_records.h"
 #include "tests/host/native/support/status.h"
 
 namespace kestrel::host {
@@ -121,7 +126,77 @@ TEST(SwitchConfig, ANicBelongsIntoAnUplinkAndNothingElseDoes) {
   config.Connect(1, {VS_PORT_CLIENT_UPLINK, "nic"});
   EXPECT_STATUS(ZEL_IS_CONNECTED, config.Connect(10, {VS_PORT_CLIENT_VNIC, "vm"}));
   EXPECT_STATUS(ZEL_IS_CONNECTED, config.Connect(2, {VS_PORT_CLIENT_UPLINK, "nic"}));
-  EXPECT_EQ(config.CountActivePorts(), 2U);
+  EXPECT_EQ(config.active_ports().size(), 2U);
+}
+
+TEST(SwitchConfig, KnowsItsActivePortsAndThoseInSinkModeWhateverHappens) {
+  constexpr PortId kPorts = 12;
+  const std::string key = VSPROP_PORT_EXTRA_ETH_FRP;
+  std::mt19937 random(20);
+  const auto below = [&random](std::uint32_t limit) { return static_cast<std::uint32_t>(random() % limit); };
+  const auto filter = [&](std::uint32_t flags) {
+    VSExtraEthFilter record{};
+    record.flags = flags;
+    return PropertySet::Ready(key, {.value = BytesOf(record)});
+  };
+  SwitchConfig config = WithUplinks(2);
+  for (int step = 0; step < 3000; ++step) {
+    const PortId id = 1 + below(kPorts);
+    const PropertyPlace place{PropertyLevel::kPort, id};
+    const bool is_there = config.ports().Find(id) != nullptr;
+    switch (below(9)) {
+      case 0:
+        config.RemovePort(id);
+        break;
+      case 1:
+        config.Disconnect(id);
+        break;
+      case 2:
+        if (is_there && config.uplinks().Find(id) == nullptr && !config.ports().Find(id)->client) {
+          config.Connect(id, {VS_PORT_CLIENT_VNIC, "vm"});
+        }
+        break;
+      case 3:
+        if (is_there) config.PutProperty(place, filter(below(2) == 0 ? ZEL_ETH_FILTER_SINK : 0));
+        break;
+      case 4:
+        if (is_there) config.RemoveProperty(place, key);
+        break;
+      case 5:
+        if (is_there) config.PropertiesAt(place).Put(filter(ZEL_ETH_FILTER_SINK));
+        break;
+      case 6:
+        if (below(20) == 0) config.ResetProperties();
+        break;
+      default:
+        if (!is_there) {
+          Port port = PortOf(id, "p" + std::to_string(id));
+          if (below(2) == 0) port.properties.Put(filter(ZEL_ETH_FILTER_SINK));
+          config.AddPort(std::move(port));
+        }
+    }
+    std::set<PortId> active;
+    std::uint32_t sinks = 0;
+    for (const Port &port : config.ports().Items()) {
+      if (port.client) active.insert(port.id);
+      sinks += IsSink(port) ? 1 : 0;
+    }
+    EXPECT_EQ(config.active_ports(), active);
+    EXPECT_EQ(config.CountSinkPorts(), sinks);
+    const SwitchConfig copy = config;
+    EXPECT_EQ(copy.active_ports(), active);
+    EXPECT_EQ(copy.CountSinkPorts(), sinks);
+  }
+}
+
+TEST(KeptCount, CountsOnceUntilItIsForgotten) {
+  KeptCount count;
+  int counted = 0;
+  const auto counting = [&counted] { return static_cast<std::uint32_t>(++counted); };
+  EXPECT_EQ(count.Get(counting), 1U);
+  EXPECT_EQ(count.Get(counting), 1U);
+  count.Forget();
+  EXPECT_EQ(count.Get(counting), 2U);
 }
 
 TEST(SwitchConfig, KnowsTheUplinkOfANicAndTheNicOfAnUplink) {
