@@ -40,10 +40,11 @@ test-native: build
 ## test-module: the boundary, argument by argument, on the recorder platform
 test-module: build $(VENV)/installed
 	LD_LIBRARY_PATH=$(RECORDER) PYTHONPATH=$(CURDIR)/build/dev/tests/second_module $(PYTHON) -m pytest tests/module
+	LD_LIBRARY_PATH=$(RECORDER) $(PYTHON) -m pytest tests/hostile/test_runs.py
 
 ## test-host: scripts and examples on the embedded host
 test-host: $(VENV)/installed
-	$(PYTHON) -m pytest tests/host tests/tools
+	$(PYTHON) -m pytest tests/host tests/tools tests/hostile
 
 ## test-package: the wheel: what is in it, and that it works where it is installed
 test-package: $(VENV)/lint $(VENV)/installed
@@ -73,6 +74,13 @@ test-asan: $(VENV)/test
 FUZZ_SECONDS ?= 60
 fuzz: $(VENV)/fuzz
 	tools/fuzz $(FUZZ_SECONDS)
+
+## hostile: HOSTILE_CALLS (5000000) wrong calls of the flat module, and as many of the package; HOSTILE_SEED repeats some
+HOSTILE_CALLS ?= 5000000
+HOSTILE_SEED ?=
+hostile: $(VENV)/test $(VENV)/installed
+	PYTHONPATH=$(CURDIR)/tests $(PYTHON) -m support.hostility_run flat $(HOSTILE_CALLS) $(HOSTILE_SEED)
+	PYTHONPATH=$(CURDIR)/tests $(PYTHON) -m support.hostility_run package $(HOSTILE_CALLS) $(HOSTILE_SEED)
 
 ## build: configure and build the dev preset, with tests and the recorder
 build: $(VENV)/test
@@ -149,4 +157,4 @@ $(VENV)/installed: $(VENV)/demo $(SOURCES)
 	$(PYTHON) -m pip install --quiet --no-deps .
 	touch $@
 
-.PHONY: help demo fuzz test test-native test-module test-asan test-host test-package test-cli test-docs docs test-aarch64 build cross bench reference man stubs lint tidy format clean
+.PHONY: help demo fuzz hostile test test-native test-module test-asan test-host test-package test-cli test-docs docs test-aarch64 build cross bench reference man stubs lint tidy format clean

@@ -18,7 +18,7 @@ import _libkestrel as k
 from support import memory
 from support.cells import Cell, pointer
 from support.hostility import RAISED, Liar, Reentrant, Trouble
-from support.hostility_calls import HANDLES, SIZES, Argument, Call, calls
+from support.hostility_calls import COUNTERS, HANDLES, SIZES, Argument, Call, calls
 from support.hostility_memory import Ledger
 from support.hostility_rules import Given, claim
 from support.type_table import infos
@@ -524,10 +524,19 @@ class Flat:
                 if self.returned[call.name] and self.raised[call.name]:
                     break
                 self.queue.append(call)
+                if call.family == "method":
+                    self._fill(call.arguments[0].target)
                 if call.member and call.family == "writer":  # what it may be copied from
                     self.queue.append(readers[call.member])
                     self.step()
                 self.step()
+
+    def _fill(self, target: str) -> None:
+        """Lets the rooms of a record say that some entries follow."""
+        for found, _ in self.pool[target][:2]:
+            for offset, width, swapped, _ in COUNTERS.get(target, ()):
+                count = (3).to_bytes(width, "big" if swapped else "little")
+                ctypes.memmove(memory.address(found) + offset, count, width)
 
     def missing(self) -> list[str]:
         """The functions that have not both returned and raised."""

@@ -13,17 +13,17 @@ from support.hostility_calls import COUNTERS, HANDLES, RECORDS, SIZES, Argument,
 from support.hostility_memory import Ledger, number, usable
 
 TRUSTED: dict[str, str] = {
-    "freed": "a record that was freed, and what lay in it",
-    "block": "what is given back to be freed: a record that is a block of its own, once",
-    "short": "a record shorter than its type, or than its counts say",
-    "source": "what an array or record member is copied from: as many bytes as the member has",
-    "index": "an index of which the header says that it is not checked",
-    "mac": "the bytes of a MAC address: six at least",
-    "length": "a length or count that goes with a pointer or with bytes: it is not more than there is",
-    "cell": "a pointer that an output is written through: eight bytes are there",
-    "entry": "an entry of a list of options: it lies in the list, and 136 bytes are there",
-    "walk": "a step from entry to entry, beyond the last",
-    "text": "a pointer to characters: a zero byte ends them",
+    "freed": "A record that was freed, and what lay in it.",
+    "block": "What is given back to be freed: a block of its own, once.",
+    "short": "A record: as long as its type, and behind it as many entries as its counts say.",
+    "source": "What an array or a record member is copied from: as many bytes as the member has.",
+    "index": "An index of which the header says that it is not checked.",
+    "mac": "The bytes of a MAC address: six at least.",
+    "length": "A length or count that goes with a pointer or with bytes: not more than there is.",
+    "cell": "A pointer that an output is written through: eight bytes.",
+    "entry": "An entry of a list of options: it lies in the list, and ends within it.",
+    "walk": "A step from entry to entry: not beyond the last.",
+    "text": "A pointer to characters: a zero byte ends them.",
 }
 """Each rule's name, and its sentence."""
 

@@ -265,9 +265,11 @@ def run(kind: str, calls: int, seed: int) -> Run:
             told = answer.get("error", died)
             raise DiedError(f"{kind}, seed {seed}, {calls} calls: {told}\nthe last calls:\n  {last}")
         if host.exists():
-            from support.hostility_worlds import audit
-
-            if problems := audit(host):
+            audit = [sys.executable, "-c", f"from support.hostility_worlds import audit\nprint(*audit({str(host)!r}))"]
+            problems = subprocess.run(
+                audit, env=environment, stdout=subprocess.PIPE, text=True, check=True
+            ).stdout.strip()
+            if problems:
                 raise DiedError(f"{kind}, seed {seed}: the host file is damaged: {problems}")
         return Run(kind, seed, **answer)
 

@@ -88,8 +88,8 @@ def world() -> World:
     return RecorderPlatform() if is_recorder() else EmbeddedHost()
 
 
-def audit(host: Path) -> list[str]:
+def audit(host: str) -> list[str]:
     """What is wrong with a host file."""
     from libkestrel.cli.verifying import verified
 
-    return verified(host).problems
+    return verified(Path(host)).problems
