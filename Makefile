@@ -72,7 +72,7 @@ test-asan: $(VENV)/test
 
 ## fuzz: run each fuzz target for FUZZ_SECONDS (60)
 FUZZ_SECONDS ?= 60
-fuzz: $(VENV)/fuzz
+fuzz: $(VENV)/fuzz $(VENV)/installed
 	tools/fuzz $(FUZZ_SECONDS)
 
 ## hostile: HOSTILE_CALLS (5000000) wrong calls of the flat module, and as many of the package; HOSTILE_SEED repeats some
