@@ -8,7 +8,7 @@ from __future__ import annotations
 import sys
 from pathlib import Path
 
-import atheris  # type: ignore[import-not-found]
+import atheris
 
 sys.path.insert(0, str(Path(__file__).parent))
 

@@ -40,24 +40,23 @@ def test_what_is_kept_is_read_or_refused(name: str) -> None:
 
 
 LINES = sorted({line for data in SHIPPED for line in data.splitlines() if line.strip()})
-VALUES = st.sampled_from(
-    [
-        b"9" * 5000,
-        b'""',
-        b"-1",
-        b"0",
-        b"4095",
-        b"99999999999999999999",
-        b"1e400",
-        b"nan",
-        b"true",
-        b"[]",
-        b"{}",
-        b'"x"',
-        b"[[]]",
-    ]
-    + [b'["1-"]', b'"\\u0000"', b'"' + b"x" * 300 + b'"', b"1979-05-27", b"0x7fffffffffffffff", b'[1, "x"]', b"'''a'''"]
+_VALUES = (
+    b'""',
+    b"-1",
+    b"0",
+    b"4095",
+    b"9" * 20,
+    b"9" * 5000,
+    b"1e400",
+    b"nan",
+    b"true",
+    b"[]",
+    b"{}",
+    b'"x"',
+    b"[[]]",
 )
+_ODD_VALUES = (b'["1-"]', b'"\\u0000"', b'"' + b"x" * 300 + b'"', b"1979-05-27", b"0x7fffffffffffffff", b'[1, "x"]')
+VALUES = st.sampled_from(_VALUES + _ODD_VALUES)
 
 
 def changed(line: bytes, value: bytes) -> bytes:

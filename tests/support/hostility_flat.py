@@ -8,6 +8,7 @@ from __future__ import annotations
 
 import ctypes
 import gc
+import importlib.util
 import random
 from collections import Counter, deque
 from collections.abc import Callable
@@ -91,7 +92,7 @@ def _itself() -> Any:
     return one
 
 
-def _raise() -> Any:
+def _raise(*_: object) -> Any:
     raise KeyError("this")
 
 
@@ -137,10 +138,10 @@ _WRONG: tuple[tuple[Any, str], ...] = (
 _CLASSES: tuple[Any, ...] = (
     *(type(name, (), {}) for name in ("Plain", "SwigPyObject")),
     type("Destroys", (), {"__swig_destroy__": staticmethod(lambda *_: None)}),
-    type("Breaks", (), {"__swig_destroy__": staticmethod(lambda *_: 1 / 0)}),
+    type("Breaks", (), {"__swig_destroy__": staticmethod(_raise)}),
     type("NoFunction", (), {"__swig_destroy__": 5}),
     type("NoInstance", (), {"__new__": lambda *_: None}),
-    type("Raises", (), {"__new__": lambda *_: 1 / 0}),
+    type("Raises", (), {"__new__": _raise}),
     type("Slots", (), {"__slots__": ()}),
     *(int, type, object, type(None), type(iter([])), type(len), _POINTER, None, 5, "x", Trouble(), _Evasive()),
 )
@@ -174,6 +175,13 @@ _CELLS = {"void *": "_p_p_void", "int": "_p_int", "zel_uint32": "_p_unsigned_int
 """The types that outputs are written through, and their mangled names."""
 
 
+def _of_another_module() -> list[Any]:
+    """Names that another module has made, where there is one; their memory is its own."""
+    if importlib.util.find_spec("type_sharer") is None:
+        return []
+    return [Flat.bare(importlib.import_module("type_sharer").make("elsewhere"))]
+
+
 class Flat:
     """Makes calls at random."""
 
@@ -201,6 +209,7 @@ class Flat:
         for call in self.functions:
             if call.family == "registration":  # no class that frees what its instances own: here that is counted
                 getattr(k, call.name)(_Plain)
+        self.others = _of_another_module()
         for name in SIZES:
             for _ in range(2):
                 self._keep(name, self._aimed(name, self.ledger.room()))
@@ -306,6 +315,11 @@ class Flat:
                     other != target and target != "void" and target not in HANDLES and not self._passes(other, target)
                 )
                 return Given(found, f"freed {other}", address=memory.address(found), stale=True, refused=refused)
+        if roll < 0.23 and self.others:
+            found = self.random.choice(self.others)
+            refused = target not in ("void", "zel_Name", *HANDLES)
+            address = memory.address(found)
+            return Given(found, "another module's", address=address, stale=True, refused=refused)
         if roll < 0.3:
             other = self.random.choice(list(self.pool))
             if self.pool[other] and not self._alike(other, target):
@@ -431,7 +445,7 @@ class Flat:
         before = given[0].address if call.releases and counts and not answered else 0
         if before and not refused:
             self.ledger.remove(before)
-            self._bare(given[0].value).disown()
+            self.bare(given[0].value).disown()
             if call.arguments[0].target == "VDSQuery" and call.family == "destructor":
                 k.VDSQuery_propValue_set(given[0].value, None)
         self.made[call.name] += 1
@@ -459,9 +473,9 @@ class Flat:
         if isinstance(result, list):
             for target, output in zip(call.outputs, result[1:], strict=False):
                 if target and output is not None:
-                    self._own(target, self._bare(output))
+                    self._own(target, self.bare(output))
         elif call.gives and result is not None:
-            self._given_back(call, self._bare(result))
+            self._given_back(call, self.bare(result))
         for one, argument in zip(given, call.arguments, strict=False):
             if one.label.startswith("cell _p_p_"):
                 self._empty(one.value, argument)
@@ -481,8 +495,9 @@ class Flat:
         place.value = 0
 
     @staticmethod
-    def _bare(found: Any) -> Any:
-        while not isinstance(found, _POINTER):
+    def bare(found: Any) -> Any:
+        """The pointer object that is found, or that it carries."""
+        while type(found).__name__ != "SwigPyObject":
             found = found.this
         return found
 

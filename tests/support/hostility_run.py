@@ -14,6 +14,7 @@ import gc
 import json
 import mmap
 import os
+import resource
 import signal
 import subprocess
 import sys
@@ -32,6 +33,8 @@ _SETTLED = 4
 """Windows after which the process has what it keeps for itself."""
 BLOCKS, BYTES = 20_000, 16 << 20
 """By how much the interpreter's blocks and the process may differ between the windows behind those."""
+ROOM = 2 << 30
+"""Bytes that the process may have: what asks for more gets a MemoryError, as it should."""
 _ROOT = Path(__file__).resolve().parents[2]
 
 
@@ -181,6 +184,7 @@ def _measure() -> tuple[int, int]:
 def worker(kind: str, calls: int, seed: int, journal: Path) -> None:
     """Makes the calls, and tells of them as JSON; what others print goes nowhere."""
     answers = os.fdopen(os.dup(sys.stdout.fileno()), "w")
+    resource.setrlimit(resource.RLIMIT_AS, (ROOM, ROOM))
     nowhere = os.open(os.devnull, os.O_WRONLY)
     os.dup2(nowhere, 1)
     if "HOSTILE_LOUD" not in os.environ:
