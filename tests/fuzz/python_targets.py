@@ -26,6 +26,9 @@ _READERS: tuple[click.ParamType[Any], ...] = (values.MAC, values.RANGES, values.
 _TABLES = ("BALANCES", "TEAM_FLAGS", "PRIVATE_KINDS", "LACP_MODES")
 
 
+_IMAGE_LENGTH_AT, _IMAGE_HEAD = 16, 24
+
+
 @cache
 def _folder() -> Path:
     return Path(tempfile.mkdtemp(prefix="kestrel-fuzz-"))
@@ -57,10 +60,19 @@ def desired_state(data: bytes) -> None:
         str(error)
 
 
+def _sealed(data: bytes) -> bytes:
+    """The image with its length and its checksum put right, so that a fuzzer gets behind them."""
+    if len(data) < _IMAGE_HEAD:
+        return data
+    head = data[:_IMAGE_LENGTH_AT] + len(data).to_bytes(4, "little")
+    checksum = images.crc32c(head + data[_IMAGE_HEAD:])
+    return head + checksum.to_bytes(4, "little") + data[_IMAGE_HEAD:]
+
+
 def image_file(data: bytes) -> None:
-    """A state image, as the command line tells what is in it."""
+    """A state image, as the command line tells what is in it; once more with its length and checksum put right."""
     images.read(data)
-    images.lacking_nics(data)
+    images.lacking_nics(_sealed(data))
 
 
 def option_values(data: bytes) -> None:
