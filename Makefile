@@ -41,10 +41,11 @@ test-native: build
 ## test-module: the boundary, argument by argument, on the recorder platform
 test-module: build $(VENV)/installed
 	LD_LIBRARY_PATH=$(RECORDER) PYTHONPATH=$(CURDIR)/build/dev/tests/second_module $(PYTHON) -m pytest tests/module
+	LD_LIBRARY_PATH=$(RECORDER) $(PYTHON) -m pytest tests/hostile/test_runs.py
 
 ## test-host: scripts and examples on the embedded host
 test-host: $(VENV)/installed
-	$(PYTHON) -m pytest tests/host tests/tools
+	$(PYTHON) -m pytest tests/host tests/tools tests/hostile
 
 ## test-package: the wheel: what is in it, and that it works where it is installed
 test-package: $(VENV)/lint $(VENV)/installed
@@ -86,8 +87,15 @@ test-memcheck: $(VENV)/memory $(VENV)/installed
 
 ## fuzz: run each fuzz target for FUZZ_SECONDS (60)
 FUZZ_SECONDS ?= 60
-fuzz: $(VENV)/fuzz
+fuzz: $(VENV)/fuzz $(VENV)/installed
 	tools/fuzz $(FUZZ_SECONDS)
+
+## hostile: HOSTILE_CALLS (5000000) wrong calls of the flat module, and as many of the package; HOSTILE_SEED repeats some
+HOSTILE_CALLS ?= 5000000
+HOSTILE_SEED ?=
+hostile: $(VENV)/test $(VENV)/installed
+	PYTHONPATH=$(CURDIR)/tests $(PYTHON) -m support.hostility_run flat $(HOSTILE_CALLS) $(HOSTILE_SEED)
+	PYTHONPATH=$(CURDIR)/tests $(PYTHON) -m support.hostility_run package $(HOSTILE_CALLS) $(HOSTILE_SEED)
 
 ## build: configure and build the dev preset, with tests and the recorder
 build: $(VENV)/test
@@ -217,5 +225,4 @@ $(VENV)/installed: $(VENV)/demo $(SOURCES)
 	$(PYTHON) -m pip install --quiet --no-deps .
 	touch $@
 
-.PHONY: $(shell sed -n 's/^## \([a-z0-9-]*\):.*/.PHONY: help demo fuzz test test-native test-module test-asan test-host test-package test-cli test-docs docs test-aarch64 build cross bench reference man lock check-lock wheels reproducible sbom deb test-deb test-oldest test-derived release-check stubs lint tidy format clean
-/p' $(MAKEFILE_LIST))
+.PHONY: $(shell sed -n 's/^## \([a-z0-9-]*\):.*/\1/p' Makefile)

@@ -57,8 +57,29 @@ SWIGINTERN void kestrel_set_own(SwigPyObject *object, int own) {
   object->own = own;
 }
 
+/* Whether an object is a pointer object, this module's or that of another one; a class of the same name is none. */
+SWIGINTERNINLINE int kestrel_is_pointer(PyObject *object) {
+  PyTypeObject *type = Py_TYPE(object);
+  return type == SwigPyObject_type() ||
+         (!(type->tp_flags & Py_TPFLAGS_HEAPTYPE) && strcmp(type->tp_name, "SwigPyObject") == 0);
+}
+
+/* What is behind `next` is let go. Chains are walked by recursion, so they neither close nor grow without end. */
 SWIGINTERN PyObject *kestrel_append(PyObject *self, PyObject *next) {
-  return SwigPyObject_Check(next) ? SwigPyObject_append(self, next) : NULL;
+  enum { kLongest = 1000 };
+  PyObject *link, *behind, *result;
+  int length = 0;
+  if (!kestrel_is_pointer(next)) return NULL;
+  for (link = self; link; link = ((SwigPyObject *)link)->next) {
+    if (link == next || ++length == kLongest) {
+      PyErr_SetString(PyExc_ValueError, link == next ? "the pointer is in the chain already" : "the chain is too long");
+      return NULL;
+    }
+  }
+  behind = ((SwigPyObject *)next)->next;
+  result = SwigPyObject_append(self, next);
+  Py_XDECREF(behind);
+  return result;
 }
 
 SWIGINTERN PyObject *kestrel_acquire(PyObject *self, PyObject *SWIGUNUSEDPARM(args)) {
@@ -82,6 +103,33 @@ SWIGINTERN PyObject *kestrel_own(PyObject *self, PyObject *args) {
   return before;
 }
 
+/* The pointer object that an object is or carries as `this`, as a new reference; null, and no error, where there is
+   none. Whoever wrote the object's class is not trusted: `this` may run code, and lead back to the object. */
+SWIGINTERN PyObject *kestrel_pointer_of(PyObject *object) {
+  enum { kDeepest = 8 };
+  PyObject *type, *value, *traceback, *next, **dict;
+  int depth = 0;
+  PyErr_Fetch(&type, &value, &traceback);
+  Py_INCREF(object);
+  while (object && !kestrel_is_pointer(object)) {
+    if (++depth > kDeepest) {
+      next = NULL;
+    } else if ((dict = _PyObject_GetDictPtr(object))) {
+      next = *dict ? PyDict_GetItem(*dict, SWIG_This()) : NULL;
+      Py_XINCREF(next);
+    } else if (PyWeakref_CheckProxy(object)) {
+      next = PyWeakref_GetObject(object);
+      Py_XINCREF(next);
+    } else {
+      next = PyObject_GetAttr(object, SWIG_This());
+    }
+    Py_DECREF(object);
+    object = next;
+  }
+  PyErr_Restore(type, value, traceback);
+  return object;
+}
+
 /* Converts a pointer; with SWIG_POINTER_DISOWN the object no longer owns it afterwards. Wrappers come here through
    the macro; a bare pointer object of just the type asked for, by far the most frequent case, is told at once. */
 SWIGINTERNINLINE int kestrel_convert(PyObject *object, void **pointer, swig_type_info *type, int flags) {
@@ -89,19 +137,30 @@ SWIGINTERNINLINE int kestrel_convert(PyObject *object, void **pointer, swig_type
   PyTypeObject *pointer_type = SwigPyObject_type();
   PyObject *self = object, **dict;
   if (Py_TYPE(object) != pointer_type && (dict = _PyObject_GetDictPtr(object)) && *dict) {
-    self = PyDict_GetItemWithError(*dict, SWIG_This());
+    self = PyDict_GetItem(*dict, SWIG_This());
   }
   if (self && type && Py_TYPE(self) == pointer_type && ((SwigPyObject *)self)->ty == type) {
     *pointer = ((SwigPyObject *)self)->ptr;
     if (flags & SWIG_POINTER_DISOWN) kestrel_set_own((SwigPyObject *)self, 0);
     return SWIG_OK;
   }
-  res = SWIG_ConvertPtrAndOwn(object, pointer, type, flags, &own);
+  if (object == Py_None) return SWIG_ConvertPtrAndOwn(object, pointer, type, flags, &own);
+  if (!(self = kestrel_pointer_of(object))) return SWIG_ERROR;
+  res = SWIG_ConvertPtrAndOwn(self, pointer, type, flags, &own);
   if (SWIG_IsOK(res) && own && (flags & SWIG_POINTER_DISOWN)) Py_XDECREF(Swig_Capsule_global);
+  Py_DECREF(self);
   return res;
 }
 #undef SWIG_ConvertPtr
 #define SWIG_ConvertPtr(object, pointer, type, flags) kestrel_convert(object, pointer, type, flags)
+
+/* A pointer to a function: of a built-in function's documentation, or a pointer object. */
+SWIGINTERN int kestrel_convert_function(PyObject *object, void **pointer, swig_type_info *type) {
+  if (PyCFunction_Check(object)) return SWIG_Python_ConvertFunctionPtr(object, pointer, type);
+  return kestrel_convert(object, pointer, type, 0);
+}
+#undef SWIG_ConvertFunctionPtr
+#define SWIG_ConvertFunctionPtr(object, pointer, type) kestrel_convert_function(object, pointer, type)
 
 /* A new pointer object, within an instance of the class that is registered for its type. The runtime would declare
    that class modified for each instance, and the interpreter forget what it has learnt about the class. An error left
@@ -111,6 +170,9 @@ SWIGINTERN PyObject *kestrel_new_pointer(void *pointer, swig_type_info *type, in
   PyObject *error, *value, *traceback, *object, *nothing, *proxy = NULL;
   if (!pointer || !data || data->newraw || (flags & SWIG_POINTER_NOSHADOW)) {
     return SWIG_Python_NewPointerObj(NULL, pointer, type, flags);
+  }
+  if (!((PyTypeObject *)data->newargs)->tp_new) {
+    return PyErr_Format(PyExc_TypeError, "cannot create '%s' instances", ((PyTypeObject *)data->newargs)->tp_name);
   }
   PyErr_Fetch(&error, &value, &traceback);
   object = SWIG_Python_NewPointerObj(NULL, pointer, type, flags | SWIG_POINTER_NOSHADOW);
@@ -177,6 +239,41 @@ SWIGINTERN int kestrel_complete_pointer_object(void) {
   }
 %}
 
+/* ---- Null records ----------------------------------------------------------------------------------------------
+   Who reads a record or runs a method of it gets ValueError for null, and so does who writes a text or an array. The
+   writers of other members and the destructors do nothing for null, and the two methods that give a name give none.
+   The names are literals, so nothing of this is decided at run time. */
+%header %{
+#define KESTREL_NAMED(name, word) (sizeof(name) == sizeof(word) && !__builtin_memcmp(name, word, sizeof(word)))
+#define KESTREL_OPENS(name, word) (sizeof(name) > sizeof(word) && !__builtin_memcmp(name, word, sizeof(word) - 1))
+#define KESTREL_CLOSES(name, word) \
+  (sizeof(name) > sizeof(word) && !__builtin_memcmp((name) + sizeof(name) - sizeof(word), word, sizeof(word) - 1))
+#define KESTREL_TAKES_NULL(name)                                          \
+  (KESTREL_CLOSES(name, "_set") || KESTREL_OPENS(name, "delete_") ||       \
+   KESTREL_NAMED(name, "zel_Name___repr__") || KESTREL_NAMED(name, "VSLAGStatus_get_name"))
+%}
+%typemap(check,noblock=1) SWIGTYPE *self {
+  if (!KESTREL_TAKES_NULL("$symname") && !$1) {
+    %argument_nullref("$type", $symname, $argnum);
+  }
+}
+
+/* Writers of texts and arrays copy into the record, so they need one. */
+%define %record_needed(SYMBOL)
+if (!arg1) {
+  SWIG_exception_fail(SWIG_ValueError, "invalid null reference in method '" SYMBOL "', argument 1");
+}
+%enddef
+%typemap(memberin,noblock=1) char [ANY] {
+  %record_needed("$symname")
+  memcpy($1, $input, $1_dim0);
+}
+%typemap(memberin,noblock=1,fragment="<string.h>") char * {
+  %record_needed("$symname")
+  free($1);
+  $1 = $input ? strdup($input) : NULL;
+}
+
 /* ---- Fixed and trailing arrays ---------------------------------------------------------------------------------
    Setters copy all elements from the memory that the pointer designates; null is an error. Arrays of length 0
    convert and check alike and copy nothing. memmove, for packed members need not be aligned. */
@@ -184,6 +281,7 @@ SWIGINTERN int kestrel_complete_pointer_object(void) {
   if (!$input) {
     %variable_nullref("$type", "$name");
   }
+  %record_needed("$symname")
   memmove(&$1[0], $input, sizeof($1));
 }
 
@@ -307,10 +405,30 @@ SWIGINTERN int kestrel_exact_text(PyObject *obj, char *val, size_t size) {
 }
 
 %header %{
+/* What a type keeps of the class that is registered for it. The runtime would take any destructor for a built-in
+   function and any object that cannot make others for a class. */
+SWIGINTERN SwigPyClientData *kestrel_class_data(PyObject *cls) {
+  SwigPyClientData *data = (SwigPyClientData *)calloc(1, sizeof *data);
+  if (!data) return (SwigPyClientData *)PyErr_NoMemory();
+  if (PyType_Check(cls)) {
+    data->newargs = Py_NewRef(cls);
+  } else if (!(data->newraw = PyObject_GetAttrString(cls, "__new__")) || !(data->newargs = PyTuple_Pack(1, cls))) {
+    Py_XDECREF(data->newraw);
+    free(data);
+    return NULL;
+  }
+  data->klass = Py_NewRef(cls);
+  if (!(data->destroy = PyObject_GetAttrString(cls, "__swig_destroy__"))) PyErr_Clear();
+  data->delargs = data->destroy && !(PyCFunction_Check(data->destroy) && (PyCFunction_GET_FLAGS(data->destroy) & METH_O));
+  return data;
+}
+
 SWIGINTERN PyObject *kestrel_register_class(PyObject *args, swig_type_info *type) {
   PyObject *cls;
+  SwigPyClientData *data;
   if (!PyArg_ParseTuple(args, "O:swigregister", &cls)) return NULL;
-  SWIG_TypeNewClientData(type, SWIG_NewClientData(cls));
+  if (!(data = kestrel_class_data(cls))) return NULL;
+  SWIG_TypeNewClientData(type, data);
   return SWIG_Py_Void();
 }
 %}

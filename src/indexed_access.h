@@ -57,7 +57,7 @@ void RTMModIOCtlQuery___setitem__(RTMModIOCtlQuery *query, int index, const RTM_
 /* ---- Runs of records, as the platform returns them; no upper bound. ---- */
 
 /** Record number `index` of the run that starts with this one, as a copy for the caller to own; null for a negative
-    index and when there is no memory. */
+    index and when there is no memory. Otherwise the index is not checked. */
 VSPvlanMapEntry *VSPvlanMapEntry___getitem__(VSPvlanMapEntry *entry, int index);
 VSMACEntry *VSMACEntry___getitem__(VSMACEntry *entry, int index);
 VSStaticLEEntry *VSStaticLEEntry___getitem__(VSStaticLEEntry *entry, int index);
@@ -67,9 +67,9 @@ VSPMACLearningInfo *VSPMACLearningInfo___getitem__(VSPMACLearningInfo *info, int
 
 /* ---- Single elements; the index is the caller's business. ---- */
 
-/** Word number `index` of the entry's VLAN bitmap. */
+/** Word number `index` of the entry's VLAN bitmap; the index is not checked. */
 zel_uint64 VSStaticLEEntry_vlan_get_values(VSStaticLEEntry *entry, int index);
-/** A copy, for the caller to own, of VLAN range number `index`. */
+/** A copy, for the caller to own, of VLAN range number `index`; the index is not checked. */
 zel_VDSPortVIDRange *VSPortVlanPolicy_get_vid_range(VSPortVlanPolicy *policy, int index);
 /** The query's value: `propLen` bytes. */
 kestrel_Bytes VDSQuery_get_val_in_bytes(VDSQuery *query);
@@ -81,12 +81,16 @@ typedef VSPvlanMapEntry pvlanmapentryArray;
 
 /** `n` uninitialised elements from malloc; null when there is no memory. */
 vidrangeArray *new_vidrangeArray(size_t n);
+/** A copy of an element; the index is not checked. */
 zel_VDSPortVIDRange vidrangeArray_getitem(vidrangeArray *array, size_t index);
+/** Replaces an element; the index is not checked. */
 void vidrangeArray_setitem(vidrangeArray *array, size_t index, zel_VDSPortVIDRange value);
 
 /** `n` uninitialised elements from malloc; null when there is no memory. */
 pvlanmapentryArray *new_pvlanmapentryArray(size_t n);
+/** A copy of an element; the index is not checked. */
 VSPvlanMapEntry pvlanmapentryArray_getitem(pvlanmapentryArray *array, size_t index);
+/** Replaces an element; the index is not checked. */
 void pvlanmapentryArray_setitem(pvlanmapentryArray *array, size_t index, VSPvlanMapEntry value);
 
 #ifdef __cplusplus

@@ -69,6 +69,7 @@ VSRuntimeOptionHeader *VSRuntimeOptions_get_first_option(VSRuntimeOptions *optio
 }
 
 VSRuntimeOptionHeader *VSRuntimeOptions_get_next_option(VSRuntimeOptions *options, VSRuntimeOptionHeader *entry) {
+  if (!entry) return nullptr;
   VSRuntimeOptionHeader *next = behind(entry, entry->length);
   return below_end(next, options) ? next : nullptr;
 }

@@ -30,7 +30,7 @@ void VSRuntimeOptions_set_options_length(VSRuntimeOptions *options, int length);
 /** The first entry's place, whether there is one or not. */
 VSRuntimeOptionHeader *VSRuntimeOptions_get_first_option(VSRuntimeOptions *options);
 
-/** The entry behind `entry`, or null where that is not below the list's end. */
+/** The entry behind `entry`, or null where that is not below the list's end, and for a null `entry`. */
 VSRuntimeOptionHeader *VSRuntimeOptions_get_next_option(VSRuntimeOptions *options, VSRuntimeOptionHeader *entry);
 
 /** Write an entry at `entry` and give the place behind it. Null, and nothing written, where the entry would not end

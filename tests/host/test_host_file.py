@@ -186,3 +186,18 @@ def test_a_file_that_another_keeps_is_busy(host: Path) -> None:
     assert run(host, code) == "True 0"
     database.execute("ROLLBACK")
     database.close()
+
+
+def test_a_capture_goes_on_when_another_changes_the_host(host: Path) -> None:
+    code = """
+import subprocess, sys
+from libkestrel import lab
+frame = bytes.fromhex("ffffffffffff 020000000001 0800") + bytes(46)
+with lab.capture(SWITCH, "10", "in") as capture:
+    lab.send(SWITCH, "10", frame)
+    another = f"import _libkestrel as k; assert k.VSDVS_SetMTU({SWITCH!r}, 1700) == 0"
+    subprocess.run([sys.executable, "-c", another], check=True)
+    lab.send(SWITCH, "10", frame)
+    print(len(capture.frames()))
+"""
+    assert run(host, code) == "2"

@@ -364,6 +364,14 @@ def prepare() -> Any:
     return lab.snapshot()
 
 
+def let_go() -> None:
+    """Gives back what the arguments of a call needed."""
+    for kept in _KEPT:
+        if callable(kept):
+            kept()
+    _KEPT.clear()
+
+
 def outcome(case: Case) -> tuple[str, str]:
     """Makes the call of a case and tells how it ended, and what there is to say to it."""
     arguments = [good(case.function, parameter) for _, parameter in visible(case.function)]
@@ -374,10 +382,7 @@ def outcome(case: Case) -> tuple[str, str]:
     except Exception as error:
         return type(error).__name__, str(error)
     finally:
-        for kept in _KEPT:
-            if callable(kept):
-                kept()
-        _KEPT.clear()
+        let_go()
     first = result[0] if isinstance(result, list) else result
     if case.function.returns != "ZEL_ReturnStatus":
         return ("nothing" if first in (None, 0, "\0") else "something"), str(first)

@@ -677,6 +677,9 @@ void HostFileTables::Read(Host &host) {
     ReadHost(loaded);
     ReadSwitches(loaded.store_.switches(), Side::kSaved);
     ReadSwitches(loaded.switches_, Side::kRunning);
+    for (const Switch &running : std::as_const(loaded).Switches()) {
+      if (loaded.store_.FindById(running.config.spec().id) == nullptr) throw StatusError(ZEL_INVALID_METADATA);
+    }
   } catch (const StorageError &) {
     throw;
   } catch (const StatusError &) {
@@ -689,8 +692,6 @@ void HostFileTables::Read(Host &host) {
   nics_ = loaded.nics_;
   options_ = loaded.options_;
   datapath_ = loaded.datapath_;
-  // What this process looks at is not in the file.
-  loaded.captures_ = std::move(host.captures_);
   host = std::move(loaded);
   host.store_.switches().changes().Enable();
   host.store_.switches().changes().Take();

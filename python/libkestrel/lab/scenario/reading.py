@@ -15,8 +15,9 @@ from libkestrel.lab.scenario.references import check
 def parse_scenario(text: str, source: str = "scenario") -> Scenario:
     """Reads and checks a scenario; nothing is done to a host. ScenarioError tells everything that is wrong with it."""
     try:
+        text.encode()  # a text need not have a UTF-8 form
         table = tomllib.loads(text)
-    except (tomllib.TOMLDecodeError, RecursionError) as error:
+    except (ValueError, RecursionError) as error:  # the first of them also for numbers of thousands of digits
         raise ScenarioError(source, [Problem("", str(error))]) from None
     problems: list[Problem] = []
     scenario = read_table(Scenario, table, Place(problems))
