@@ -141,7 +141,9 @@ def _pointer(function: Function, parameter: Parameter) -> Any:
     if parameter.type == "DVSDataHandle" and function.name != "DVSData_Free":
         cell = Cell()
         assert k.DVSData_Alloc(pointer(_mangled("DVSDataHandle *"), int(cell.pointer)), None, None) == k.ZEL_OK
-        return pointer(BLOCK, cell.address)
+        handle = pointer(BLOCK, cell.address)
+        _KEPT.append(lambda: k.DVSData_Free(handle))
+        return handle
     if parameter.type in ("DVSDataHandle", "DVSDataItem"):
         return None
     pointed = parameter.type.removesuffix("*").replace("const", "").strip()
@@ -364,9 +366,22 @@ def prepare() -> Any:
     return lab.snapshot()
 
 
+def good_arguments(function: Function) -> list[Any]:
+    """Arguments that a call accepts, or comes near to accepting; they are there until `give_back`."""
+    return [good(function, parameter) for _, parameter in visible(function)]
+
+
+def give_back() -> None:
+    """Gives back what arguments lead to."""
+    for kept in _KEPT:
+        if callable(kept):
+            kept()
+    _KEPT.clear()
+
+
 def outcome(case: Case) -> tuple[str, str]:
     """Makes the call of a case and tells how it ended, and what there is to say to it."""
-    arguments = [good(case.function, parameter) for _, parameter in visible(case.function)]
+    arguments = good_arguments(case.function)
     if case.place is not None:
         arguments[case.place] = case.value()
     try:
@@ -374,10 +389,7 @@ def outcome(case: Case) -> tuple[str, str]:
     except Exception as error:
         return type(error).__name__, str(error)
     finally:
-        for kept in _KEPT:
-            if callable(kept):
-                kept()
-        _KEPT.clear()
+        give_back()
     first = result[0] if isinstance(result, list) else result
     if case.function.returns != "ZEL_ReturnStatus":
         return ("nothing" if first in (None, 0, "\0") else "something"), str(first)
