@@ -32,7 +32,7 @@ demo: $(VENV)/installed
 	tools/command_demo build/demo $(VENV)/bin/kestrel
 
 ## test: everything that has to hold before a change lands
-test: lint tidy test-native test-module test-host test-package test-cli test-docs docs cross
+test: lint tidy test-native test-module test-host test-package test-cli test-faults test-docs docs cross
 
 ## test-native: C++ tests of the embedded host
 test-native: build
@@ -54,6 +54,11 @@ test-package: $(VENV)/lint $(VENV)/installed
 ## test-cli: the command line, as it is installed
 test-cli: $(VENV)/installed
 	$(PYTHON) -m pytest tests/cli
+
+## test-faults: memory, storage, the platform and signals at fault, at FAULT_POINTS (3) points of each work, or at "all"
+FAULT_POINTS ?= 3
+test-faults: build $(VENV)/installed
+	FAULT_POINTS=$(FAULT_POINTS) $(PYTHON) -m pytest tests/faults
 
 ## test-docs: every command and snippet of the README and the pages
 test-docs: $(VENV)/test $(VENV)/installed

@@ -40,6 +40,19 @@
 
 /* ---- Functions: allocation, the list of switches, option names ---- */
 
+/** What an allocator made is released when there is no memory for the object that would designate it. */
+%define KESTREL_ALLOCATOR(RECORD, NAME)
+%typemap(ret,noblock=1) RECORD *alloc_##NAME {
+  if (!resultobj) free_##NAME($1);
+}
+%enddef
+KESTREL_ALLOCATOR(VSInfo, vs_info)
+KESTREL_ALLOCATOR(RTMIOCtlQuery, rtm_query)
+KESTREL_ALLOCATOR(RTMModIOCtlQuery, rtm_mod_query)
+KESTREL_ALLOCATOR(VDSQuery, vds_query)
+KESTREL_ALLOCATOR(LSTeamTable, ls_team_table)
+KESTREL_ALLOCATOR(DVMirrorSessionTable, dvmirror_session_table)
+
 #define KESTREL_EXPORT
 %newobject VSZEL_GetSwitchesPy;
 %include "allocation.h"

@@ -165,7 +165,7 @@ SWIGINTERN int kestrel_convert_function(PyObject *object, void **pointer, swig_t
 /* A new pointer object, within an instance of the class that is registered for its type. The runtime would declare
    that class modified for each instance, and the interpreter forget what it has learnt about the class. An error left
    pending by an argument is put aside meanwhile: looking a class's attributes up may clear it. */
-SWIGINTERN PyObject *kestrel_new_pointer(void *pointer, swig_type_info *type, int flags) {
+SWIGINTERN PyObject *kestrel_new_instance(void *pointer, swig_type_info *type, int flags) {
   SwigPyClientData *data = type ? (SwigPyClientData *)type->clientdata : NULL;
   PyObject *error, *value, *traceback, *object, *nothing, *proxy = NULL;
   if (!pointer || !data || data->newraw || (flags & SWIG_POINTER_NOSHADOW)) {
@@ -183,12 +183,41 @@ SWIGINTERN PyObject *kestrel_new_pointer(void *pointer, swig_type_info *type, in
     if (proxy && PyObject_SetAttr(proxy, SWIG_This(), object) < 0) Py_CLEAR(proxy);
   }
   Py_XDECREF(nothing);
+  if (object && !proxy) kestrel_set_own((SwigPyObject *)object, 0);
   Py_XDECREF(object);
   if (error) PyErr_Restore(error, value, traceback);
   return proxy;
 }
+
+/* The same. What the object was to own is released when there is no memory for the object. */
+SWIGINTERN PyObject *kestrel_new_pointer(void *pointer, swig_type_info *type, int flags) {
+  PyObject *object = kestrel_new_instance(pointer, type, flags);
+  if (!object && (flags & SWIG_POINTER_OWN)) free(pointer);
+  return object;
+}
 #undef SWIG_NewPointerObj
 #define SWIG_NewPointerObj(pointer, type, flags) kestrel_new_pointer(pointer, type, flags)
+
+/* An output behind the status, as the list [status, output...]; null when one of them could not be made. The runtime
+   does not expect that. */
+SWIGINTERN PyObject *kestrel_append_output(PyObject *result, PyObject *output) {
+  PyObject *list = result;
+  if (result && output && !PyList_Check(result) && (list = PyList_New(1))) {
+    Py_INCREF(result);
+    PyList_SET_ITEM(list, 0, result);
+  }
+  if (!result || !output || !list || PyList_Append(list, output) < 0) {
+    if (list != result) Py_XDECREF(list);
+    Py_XDECREF(result);
+    Py_XDECREF(output);
+    return NULL;
+  }
+  if (list != result) Py_DECREF(result);
+  Py_DECREF(output);
+  return list;
+}
+#undef SWIG_Python_AppendOutput
+#define SWIG_Python_AppendOutput(result, output) kestrel_append_output(result, output)
 
 SWIGINTERN PyObject *kestrel_instance_method_new(PyObject *SWIGUNUSEDPARM(self), PyObject *callable) {
   return PyInstanceMethod_New(callable);
@@ -304,7 +333,7 @@ SWIGINTERN int kestrel_exact_text(PyObject *obj, char *val, size_t size) {
   size_t used = 0; /* with the closing zero; 0 for no text */
   int alloc = SWIG_OLDOBJ;
   int res = SWIG_AsCharPtrAndSize(obj, &text, &used, &alloc);
-  if (!SWIG_IsOK(res)) return SWIG_TypeError;
+  if (!SWIG_IsOK(res)) return res;
   if (used == size + 1) used = size;
   res = used <= size ? SWIG_OK : SWIG_TypeError;
   if (SWIG_IsOK(res)) {
@@ -321,6 +350,17 @@ SWIGINTERN int kestrel_exact_text(PyObject *obj, char *val, size_t size) {
     %argument_fail(res, "$type", $symname, $argnum);
   }
   $1 = text;
+}
+
+/** A text that a record owns is replaced by a copy of another; there it stays when there is no memory for that. */
+%typemap(memberin) char * {
+  char *copy = $input ? strdup($input) : NULL;
+  if ($input && !copy) {
+    PyErr_NoMemory();
+    SWIG_fail;
+  }
+  free($1);
+  $1 = copy;
 }
 
 /* ---- Arguments with a conversion of their own ------------------------------------------------------------------ */
@@ -366,6 +406,14 @@ SWIGINTERN int kestrel_exact_text(PyObject *obj, char *val, size_t size) {
 %typemap(argout,noblock=1) VSPvlanMapEntry **mapOut {
   %append_output(SWIG_NewPointerObj(%as_voidptr(*$1), $descriptor(VSUplinkPorts *), 0));
 }
+
+/** Records that were handed out go back by the library's own function when there is no memory for the objects that
+    would designate them. */
+%define KESTREL_TABLES_GO_BACK_BY(RELEASE)
+%typemap(freearg,noblock=1) SWIGTYPE **tableOut, SWIGTYPE **secondTableOut, VSPvlanMapEntry **mapOut {
+  if (!resultobj && *$1) RELEASE(*$1);
+}
+%enddef
 
 /** Text of at most the declared number of bytes. */
 %typemap(in,numinputs=0,noblock=1) char textOut[ANY] (char text[$1_dim0 + 1]) {

@@ -19,10 +19,12 @@ SWIGINTERN PyObject *kestrel_alias_to_portset_name(PyObject *SWIGUNUSEDPARM(self
   char name[PORTSET_NAME_MAX + 1] = {0};
   int alloc = SWIG_OLDOBJ;
   PyObject *result = NULL;
-  const int fits = (count == 1 || count == 2) &&
-                   SWIG_IsOK(SWIG_AsCharPtrAndSize(PyTuple_GET_ITEM(args, 0), &alias, NULL, &alloc)) &&
-                   (count == 1 || SWIG_IsOK(kestrel_exact_text(PyTuple_GET_ITEM(args, 1), name, PORTSET_NAME_MAX)));
-  if (!fits) {
+  int res = count == 1 || count == 2 ? SWIG_OK : SWIG_TypeError;
+  if (SWIG_IsOK(res)) res = SWIG_AsCharPtrAndSize(PyTuple_GET_ITEM(args, 0), &alias, NULL, &alloc);
+  if (SWIG_IsOK(res) && count == 2) res = kestrel_exact_text(PyTuple_GET_ITEM(args, 1), name, PORTSET_NAME_MAX);
+  if (res == SWIG_MemoryError) {
+    PyErr_NoMemory();
+  } else if (!SWIG_IsOK(res)) {
     PyErr_SetString(PyExc_NotImplementedError,
                     "Wrong number or type of arguments for overloaded function 'DVSAliasToPortsetName'.\n"
                     "  Possible C/C++ prototypes are:\n"

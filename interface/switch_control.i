@@ -10,7 +10,9 @@
 %exception Panic "$action";
 
 %include "kestrel/core.h"
+KESTREL_TABLES_GO_BACK_BY(VSZEL_FreeMemory)
 %include "kestrel/runtime_queries.h"
+KESTREL_TABLES_GO_BACK_BY(VSDVS_FreeMemory)
 %include "kestrel/switch_config.h"
 
 /* SWIG spells a type that has two names with the resolved one last; this one reads the other way round. */

@@ -141,7 +141,9 @@ def _pointer(function: Function, parameter: Parameter) -> Any:
     if parameter.type == "DVSDataHandle" and function.name != "DVSData_Free":
         cell = Cell()
         assert k.DVSData_Alloc(pointer(_mangled("DVSDataHandle *"), int(cell.pointer)), None, None) == k.ZEL_OK
-        return pointer(BLOCK, cell.address)
+        handle = pointer(BLOCK, cell.address)
+        _KEPT.append(lambda: k.DVSData_Free(handle))
+        return handle
     if parameter.type in ("DVSDataHandle", "DVSDataItem"):
         return None
     pointed = parameter.type.removesuffix("*").replace("const", "").strip()
@@ -364,8 +366,13 @@ def prepare() -> Any:
     return lab.snapshot()
 
 
+def good_arguments(function: Function) -> list[Any]:
+    """Arguments that a call accepts, or comes near to accepting; they are there until `let_go`."""
+    return [good(function, parameter) for _, parameter in visible(function)]
+
+
 def let_go() -> None:
-    """Gives back what the arguments of a call needed."""
+    """Gives back what the arguments of calls needed."""
     for kept in _KEPT:
         if callable(kept):
             kept()
@@ -374,7 +381,7 @@ def let_go() -> None:
 
 def outcome(case: Case) -> tuple[str, str]:
     """Makes the call of a case and tells how it ended, and what there is to say to it."""
-    arguments = [good(case.function, parameter) for _, parameter in visible(case.function)]
+    arguments = good_arguments(case.function)
     if case.place is not None:
         arguments[case.place] = case.value()
     try:

@@ -270,6 +270,11 @@ void HostFile::Close() noexcept {
   is_loaded_ = false;
 }
 
+void HostFile::CloseIfInTransaction() noexcept {
+  // Rolling back takes memory too. Without its connection the transaction ends all the same.
+  if (connection_->database.InTransaction()) Close();
+}
+
 void HostFile::LeaveNoEmptyLog(Connection &connection) const noexcept {
   try {
     if (!HasLog(path_)) MergeOnClose(connection);
@@ -347,12 +352,18 @@ void HostFile::Load() {
 }
 
 void HostFile::Reload() noexcept {
+  if (connection_ == nullptr) {
+    host_ = Host();
+    return;
+  }
   try {
     Load();
   } catch (const std::exception &) {
     // The next call tries again, and says why if it fails.
-    if (depth_ == 0) RollBack(*connection_);
     host_ = Host();
+    if (depth_ > 0) return;
+    RollBack(*connection_);
+    CloseIfInTransaction();
   }
 }
 
@@ -373,7 +384,12 @@ void HostFile::BeginTransaction() {
   if (connection_ == nullptr) Open();
   if (connection_->is_read_only) throw StorageError(ZEL_READ_ONLY);
   give_up_ = steady_clock::now() + patience_;
-  connection_->begin.Run();
+  try {
+    connection_->begin.Run();
+  } catch (...) {
+    CloseIfInTransaction();
+    throw;
+  }
   try {
     if (has_uncommitted_) EraseUncommitted();
     if (!is_loaded_ || connection_->log.Head() != seen_) Load();
@@ -432,9 +448,10 @@ void HostFile::TakeBack(bool is_changed, int status) noexcept {
     RollBack(*connection_);
     seen_ = connection_->log.HeadAtRelease();
     transaction_failure_ = ZEL_OK;
+    CloseIfInTransaction();
   }
   --depth_;
-  if (depth_ == 0 && has_uncommitted_) {
+  if (depth_ == 0 && has_uncommitted_ && connection_ != nullptr) {
     try {
       connection_->begin.Run();
       EraseUncommitted();
@@ -442,6 +459,7 @@ void HostFile::TakeBack(bool is_changed, int status) noexcept {
       // The next transaction tries again.
     }
     RollBack(*connection_);
+    CloseIfInTransaction();
   }
   if (is_changed) Reload();
 }

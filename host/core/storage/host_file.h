@@ -101,6 +101,7 @@ class KESTREL_HOST_EXPORT HostFile {
   void Create(Connection &connection);
   void CloseIfReplaced();
   void Close() noexcept;
+  void CloseIfInTransaction() noexcept;
   /** Closes what could not be read. */
   void GiveUp() noexcept;
   /** The last process to leave a file merges its log into it; not, while it is not known to be in order. */
