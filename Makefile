@@ -69,6 +69,12 @@ test-asan: $(VENV)/test
 	ctest -j$(shell nproc) --test-dir build/sanitize --output-on-failure
 	tools/sanitized build/sanitize tests/module
 
+## coverage: lines and branches that run under the tests, folder by folder, and that they are enough
+coverage: $(VENV)/coverage $(VENV)/test $(VENV)/lint $(VENV)/installed
+	mkdir -p build/coverage
+	cmake --preset coverage >build/configure-coverage.log || { cat build/configure-coverage.log; exit 1; }
+	tools/coverage build clear native module host package cli report
+
 ## fuzz: run each fuzz target for FUZZ_SECONDS (60)
 FUZZ_SECONDS ?= 60
 fuzz: $(VENV)/fuzz
@@ -149,4 +155,4 @@ $(VENV)/installed: $(VENV)/demo $(SOURCES)
 	$(PYTHON) -m pip install --quiet --no-deps .
 	touch $@
 
-.PHONY: help demo fuzz test test-native test-module test-asan test-host test-package test-cli test-docs docs test-aarch64 build cross bench reference man stubs lint tidy format clean
+.PHONY: help demo coverage fuzz test test-native test-module test-asan test-host test-package test-cli test-docs docs test-aarch64 build cross bench reference man stubs lint tidy format clean
