@@ -126,7 +126,7 @@ def exclusions(root: Path, folders: Iterable[str]) -> tuple[list[str], list[str]
 
 
 def _run(*command: str) -> None:
-    """Runs a module. What files of processes that were killed on purpose lack is no news."""
+    """Runs a module. Processes that were killed on purpose have left files that tell nothing, which is no news."""
     subprocess.run([sys.executable, "-W", "ignore:Data file", "-m", *command], check=True)
 
 
@@ -143,7 +143,6 @@ def main(build: Path) -> int:
     native.mkdir(parents=True, exist_ok=True)
     summary, answer = report / "native.json", report / "python.json"
     _run("gcovr", "--root", ".", f"--json-summary={summary}", f"--html-details={native / 'index.html'}", str(build))
-    _run("coverage", "combine", "--quiet", "--keep")
     _run("coverage", "html", "--quiet", "--directory", str(report / "python"))
     _run("coverage", "json", "--quiet", "-o", str(answer))
 
