@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+import struct
 import subprocess
 import sys
 import tomllib
@@ -113,6 +114,9 @@ WRONG = {
     SWITCH + "[[switch.port]]\nid = 'p'\nvlan = 4095": "switch[0].port[0].vlan: 4095 is not from 0 to 4094",
     SWITCH + "[[switch.port]]\nid = 'p'\nvlan = 1\ntrunk = [1]": (
         "switch[0].port[0]: more than one of vlan, trunk, private-vlan is given"
+    ),
+    SWITCH + "port = [{ id = 'p' }]\nmirror = [{ id = 'm', port = 'p', to = [{ ip = 'fe80::1%eth0' }] }]": (
+        "switch[0].mirror[0].to[0].ip: no IP address"
     ),
     SWITCH + "[[switch.port]]\nid = 'p'\ntrunk = 5": "switch[0].port[0].trunk: a number where a list of VLANs belongs",
     SWITCH + f"multicast-addresses = {MANY_GROUPS}": (
@@ -391,6 +395,19 @@ def test_a_capture_that_is_not_there_is_told_with_its_place(tmp_path: Path) -> N
     with pytest.raises(ScenarioError, match=r"traffic\[0\]: .*no\.pcap: No such file or directory"):
         load_scenario(path)
     assert switch_names() == ["dvs-prod", "dvs-storage"]
+
+
+def test_captures_are_part_of_a_scenario(tmp_path: Path) -> None:
+    frame = bytes.fromhex("ffffffffffff02000000000188b5").ljust(60, b"\0")
+    head = struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 1)
+    (tmp_path / "two.pcap").write_bytes(head + b"".join(struct.pack("<IIII", n, 0, 60, 60) + frame for n in (1, 2)))
+    path = tmp_path / "s.toml"
+    client = "client = { name = 'c', mac = '02:00:00:00:00:01' }"
+    path.write_text(
+        SWITCH + f"port = [{{ id = 'p', {client} }}]\n[[traffic]]\nswitch = 's'\nport = 'p'\npcap = 'two.pcap'\n"
+    )
+    load_scenario(path)
+    assert Host().switch("s").port("p").statistics().incoming.frames == 2
 
 
 def test_of_very_many_problems_the_first_are_told_and_the_rest_are_counted() -> None:
