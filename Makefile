@@ -90,6 +90,12 @@ test-references: $(VENV)/memory
 test-memcheck: $(VENV)/memory $(VENV)/installed
 	tools/memcheck_demo build/memcheck $(PYTHON)
 
+## coverage: lines and branches that run under the tests, folder by folder, and that they are enough
+coverage: $(VENV)/coverage $(VENV)/test $(VENV)/lint $(VENV)/installed
+	mkdir -p build/coverage
+	cmake --preset coverage >build/configure-coverage.log || { cat build/configure-coverage.log; exit 1; }
+	tools/coverage build clear native module host package cli report
+
 ## fuzz: run each fuzz target for FUZZ_SECONDS (60)
 FUZZ_SECONDS ?= 60
 fuzz: $(VENV)/fuzz $(VENV)/installed

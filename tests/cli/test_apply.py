@@ -73,6 +73,13 @@ to = [{ port = "700" }, { uplink = "uplink1" }]
 incoming = [{ port = "701" }]
 outgoing = [{ vlan = 55 }]
 
+[[switch.mirror]]
+id = "m3"
+port = "700"
+kind = "encapsulated"
+to = [{ ip = "192.0.2.9" }]
+incoming = [{ port = "701" }]
+
 [[switch]]
 name = "dvs-new"
 mtu = 2000

@@ -6,11 +6,14 @@ import json
 from pathlib import Path
 from typing import Any
 
+import click
 import jsonschema
 import pytest
 
 from commands import pages, tree
-from libkestrel.cli import shapes
+from libkestrel import platform_info
+from libkestrel.cli import shapes, values
+from libkestrel.cli.nouns import mirror
 from support.prompt import InProcess
 
 ROOT = Path(__file__).resolve().parents[2]
@@ -229,6 +232,41 @@ def test_groups_and_mirrors_are_shown_once_they_are_there(here: InProcess, more:
     else:
         assert "nics      vmnic0, vmnic1\n" in lag.out
         assert "matched        1\n" in mirror.out
+
+
+def test_groups_and_mirrors_go_one_by_one(here: InProcess) -> None:
+    for lag, uplink in (("lag1", "uplink1"), ("lag2", "uplink2")):
+        assert here("lag", "create", "dvs-office", lag, uplink).code == 0
+    for session in ("m1", "m2"):
+        assert here("mirror", "create", "dvs-office", "200", session, "--to", "201", "--in", "100").code == 0
+    assert here("lag", "show", "dvs-office", "lag2", "--json").data["nics"] == ["vmnic1"]
+    assert here("mirror", "show", "dvs-office", "m2", "--json").data["id"] == "m2"
+    assert "remove group lag1: present -> absent" in here("lag", "delete", "dvs-office", "lag1").out
+    assert "m1" in here("mirror", "delete", "dvs-office", "m1").out
+    assert [row["name"] for row in here("lag", "list", "--json").data] == ["lag2"]
+    assert [row["id"] for row in here("mirror", "list", "--json").data] == ["m2"]
+    assert here("lag", "delete", "dvs-office", "lag1").out == "nothing to change\n"
+
+
+def test_a_port_is_put_into_a_private_vlan(here: InProcess) -> None:
+    assert here("pvlan", "create", "dvs-office", "100", "101", "isolated").code == 0
+    assert "10 -> private 101" in here("vlan", "set", "dvs-office", "100", "--private", "101").out
+    shown = here("vlan", "show", "dvs-office", "100", "--json").data
+    assert (shown["mode"], shown["vlan"], shown["is_default"]) == ("private", 101, False)
+    assert "dvs-office  100         private" in here("vlan", "list", "dvs-office").out
+
+
+def test_the_version_is_that_of_the_package(here: InProcess) -> None:
+    answer = here("--version")
+    assert (answer.code, answer.out) == (0, f"kestrel {platform_info().version}\n")
+
+
+@pytest.mark.parametrize("kind", [values.MAC, values.RANGES, values.HEX, mirror.Entity()], ids=lambda kind: kind.name)
+def test_what_an_argument_became_is_such_an_argument(kind: click.ParamType[Any]) -> None:
+    text = {"mac": "02:00:00:00:00:01", "ranges": "5,7-9", "hex": "0x00ff", "entity": "vlan:5"}[kind.name]
+    value = kind.convert(text, None, None)
+    assert not isinstance(value, str)
+    assert kind.convert(value, None, None) == value
 
 
 def test_everything_that_is_set_can_be_cleared(here: InProcess) -> None:

@@ -50,6 +50,9 @@ REFUSALS = {
     "switch set dvs-office": (2, "nothing is given to set"),
     "port set dvs-office 100": (2, "nothing is given to set"),
     "team set dvs-office": (2, "nothing is given to set"),
+    "mac set": (2, "nothing is given to set"),
+    "mirror create dvs-office 200 m1 --to vlan:ten": (2, "'vlan:ten' is no vlan"),
+    "mirror create dvs-office 200 m1 --to ip:192.0.2": (2, "'ip:192.0.2' is no ip"),
     "team set dvs-office --balance best": (2, "'best' is none of none, ip-hash, source-mac"),
     "option set IGMPVersion": (2, "'IGMPVersion' is not of the form NAME=VALUE"),
     "option set IGMPVersion=three": (2, "option IGMPVersion is a number, not 'three'"),
@@ -166,6 +169,15 @@ def test_a_full_disk_under_the_output_is_an_error(office: Process) -> None:
     with Path("/dev/full").open("w") as full:
         done = subprocess.run(
             [*COMMAND, "port", "list", "dvs-office"],
+            stdout=full, stderr=subprocess.PIPE, text=True, check=False, env=office.environment(),
+        )  # fmt: skip
+    assert (done.returncode, done.stderr) == (1, "kestrel: No space left on device\n")
+
+
+def test_a_full_disk_under_an_image_is_an_error(office: Process) -> None:
+    with Path("/dev/full").open("w") as full:
+        done = subprocess.run(
+            [*COMMAND, "state", "export", "-"],
             stdout=full, stderr=subprocess.PIPE, text=True, check=False, env=office.environment(),
         )  # fmt: skip
     assert (done.returncode, done.stderr) == (1, "kestrel: No space left on device\n")

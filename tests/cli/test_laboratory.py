@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import os
 import subprocess
 import xml.etree.ElementTree as ElementTree
 from pathlib import Path
@@ -105,6 +106,8 @@ def test_a_tree_has_uplinks_vlans_and_clients(here: InProcess) -> None:
     assert here("port", "create", "dvs-office", "900").code == 0
     assert "900" not in here("topology").out
     assert "   └─ 900: nobody" in here("topology", "--empty").out
+    assert here("uplink", "create", "dvs-office", "uplink3").code == 0
+    assert "│  └─ uplink3: no NIC" in here("topology").out.splitlines()
 
 
 def test_a_graph_is_one_that_graphviz_reads(here: InProcess) -> None:
@@ -122,7 +125,17 @@ def test_a_picture_is_drawn_where_graphviz_is_there(
     assert here("topology", "--svg", str(file)).code == 0
     texts = [element.text for element in ElementTree.parse(file).iter() if element.tag.endswith("}text")]
     assert {"dvs-office", "router.eth0", "vmnic0"} <= set(texts)
+    drawn = here("topology", "--svg", "-")
+    assert (drawn.code, drawn.out) == (0, file.read_text())
     file.unlink()
+    failing = tmp_path / "dot"
+    failing.write_text("#!/bin/sh\necho no fonts >&2\nexit 3\n")
+    failing.chmod(0o755)
+    with monkeypatch.context() as patched:
+        patched.setenv("PATH", str(tmp_path), prepend=os.pathsep)
+        failed = here("topology", "--svg", str(file))
+    assert (failed.code, failed.out, failed.err) == (1, "", "kestrel: dot failed: no fonts\n")
+    failing.unlink()
     monkeypatch.setenv("PATH", str(tmp_path))
     missing = here("topology", "--svg", str(file))
     assert (missing.code, missing.out) == (1, "")

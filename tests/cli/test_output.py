@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import contextlib
 import io
 import os
 import subprocess
@@ -9,9 +10,11 @@ import sys
 import time
 from pathlib import Path
 
+import _libkestrel as k
 import pytest
 
-from libkestrel.cli import output, places, progress
+from libkestrel import errors, lab
+from libkestrel.cli import app, exits, output, places, progress, quick, scenarios
 from support.prompt import InProcess, Process, on_terminal
 
 
@@ -47,6 +50,10 @@ def test_a_narrow_terminal_breaks_lines_and_no_cells(office: Process) -> None:
     code, seen = on_terminal(office, "port", "list", "dvs-office", COLUMNS="40", NO_COLOR="1")
     assert code == 0
     assert "  desk-1.eth0   02:4b:10:00:00:01  no" in seen
+
+
+def test_a_terminal_gets_nothing_where_there_is_nothing(office: Process) -> None:
+    assert on_terminal(office, "lag", "list", "--no-headings") == (0, "")
 
 
 def test_watching_on_a_terminal_is_in_place(office: Process) -> None:
@@ -113,6 +120,39 @@ def test_what_the_quick_answer_cannot_tell_is_told_the_slow_way(kestrel: Process
     assert damaged.err.startswith("kestrel: host: list switches: ")
 
 
+@pytest.mark.parametrize(
+    ("function", "at", "status", "error"),
+    [
+        ("VSZEL_GetSwitches", 1, k.ZEL_BUSY, errors.NoMemory),  # the list that it fills says no more
+        ("VSZEL_GetVSInfo", 1, k.ZEL_BUSY, errors.Busy),
+        ("VSZEL_GetVSInfo", 2, k.ZEL_BUSY, errors.Busy),
+    ],
+)
+def test_the_quick_answer_is_whole_or_none(
+    here: InProcess, function: str, at: int, status: int, error: type[Exception]
+) -> None:
+    assert here("switch", "list").code == 0
+    with lab.fault(function, status=status, at=at), pytest.raises(error):
+        quick.switches()
+
+
+def test_a_switch_that_goes_while_they_are_listed_is_left_out(here: InProcess) -> None:
+    assert here("switch", "create", "dvs-second").code == 0
+    assert [row["name"] for row in quick.switches()] == ["dvs-office", "dvs-second"]
+    with lab.fault("VSZEL_GetVSInfo", status=k.ZEL_NOT_FOUND, at=2):
+        assert [row["name"] for row in quick.switches()] == ["dvs-second"]
+
+
+def test_a_port_that_goes_while_it_is_watched_has_passed_nothing(here: InProcess) -> None:
+    watched = ("watch", "dvs-office", "100", "--count", "1", "--json")
+    assert here("lab", "send", "dvs-office", "100").code == 0
+    assert here(*watched).data[0]["in_frames"] > 0
+    with lab.fault("VSDVS_GetPortProp", status=k.ZEL_NOT_FOUND, times=lab.ALWAYS):
+        assert here(*watched).data[0]["in_frames"] == 0
+    with lab.fault("VSDVS_GetPortProp", status=k.ZEL_BUSY, times=lab.ALWAYS):
+        assert here(*watched).code == exits.BUSY
+
+
 # ---- Where the host lies ----
 
 
@@ -175,6 +215,30 @@ def test_a_scenario_that_is_wrong_makes_no_host(kestrel: Process, tmp_path: Path
     assert "colour: unknown key" in answer.err
     assert "nic[0].name: is missing" in answer.err
     assert not kestrel.path.exists()
+
+
+def test_an_installation_without_scenarios_says_so(
+    here: InProcess, tmp_path: Path, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    monkeypatch.setattr(scenarios, "folder", lambda: tmp_path)
+    answer = here("lab", "scenarios")
+    assert (answer.code, answer.err) == (1, f"kestrel: no scenarios came along: {tmp_path} has none\n")
+
+
+# ---- Elsewhere ----
+
+
+def test_output_may_be_a_text_in_memory(here: InProcess) -> None:
+    memory = io.StringIO()
+    with contextlib.redirect_stdout(memory):
+        assert app.run(["--host", str(here.path), "uplink", "list", "--no-headings"]) == 0
+    assert memory.getvalue().startswith("dvs-office  uplink1")
+
+
+def test_for_those_who_mend_us_errors_come_with_their_traceback(office: Process) -> None:
+    answer = office("switch", "show", "nothing", KESTREL_DEBUG="1")
+    assert answer.err.startswith("Traceback (most recent call last):\n")
+    assert "libkestrel.errors.NotFound: switch nothing: find switch" in answer.err
 
 
 # ---- Progress ----

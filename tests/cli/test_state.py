@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+import errno
+import os
 import sqlite3
 import subprocess
 from pathlib import Path
@@ -89,6 +91,34 @@ def test_an_export_replaces_a_file_whole_and_keeps_its_mode(here: InProcess, ima
     assert not list(image.parent.glob(".office*"))
 
 
+def test_an_export_goes_into_what_is_no_file(here: InProcess) -> None:
+    null = Path("/dev/null")
+    assert here("state", "export", str(null)).code == 0
+    assert null.is_char_device()
+    full = here("state", "export", "/dev/full")
+    assert (full.code, full.err) == (1, "kestrel: No space left on device\n")
+
+
+def test_an_export_that_fails_leaves_the_old_file_alone(
+    here: InProcess, image: Path, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    def refusing(_file: int) -> None:
+        raise OSError(errno.ENOSPC, os.strerror(errno.ENOSPC))
+
+    image.write_bytes(b"old")
+    monkeypatch.setattr(os, "fsync", refusing)
+    answer = here("state", "export", str(image))
+    assert (answer.code, answer.err) == (1, "kestrel: No space left on device\n")
+    assert image.read_bytes() == b"old"
+    assert not list(image.parent.glob(".office*"))
+
+
+def test_an_image_is_not_written_to_a_terminal(office: Process) -> None:
+    code, seen = on_terminal(office, "state", "export", "-")
+    assert code == 1
+    assert seen == "kestrel: an image is no text for a terminal; give a file, or read it through a pipe\n"
+
+
 # ---- Whole hosts ----
 
 
@@ -157,11 +187,28 @@ def test_damage_to_an_image_is_told(office: Process, tmp_path: Path) -> None:
     }.items():
         path.write_bytes(data)
         assert problem in problems(office, path)
-    wrong = bytearray(sound)
-    wrong[24] = 9  # sections are of kinds 1 to 4
-    wrong[20:24] = images.crc32c(bytes(wrong[:20] + wrong[24:])).to_bytes(4, "little")
-    path.write_bytes(wrong)
+    path.write_bytes(checked(sound[:24] + b"\x09" + sound[25:]))  # sections are of kinds 1 to 4
     assert problems(office, path)[0].startswith("is refused by the host: ")
+    path.write_bytes(checked(sound[:10] + b"\x09\0" + sound[12:]))
+    assert problems(office, path) == ["is of kind 9, which is none"]
+    path.write_bytes(checked(sound[:28] + (2**31).to_bytes(4, "little") + sound[32:]))  # longer than all there is
+    assert problems(office, path) == ["has contents that cannot be read"]
+
+
+def checked(image: bytes) -> bytes:
+    """An image with the checksum of what it holds."""
+    return image[:20] + images.crc32c(image[:20] + image[24:]).to_bytes(4, "little") + image[24:]
+
+
+def test_images_of_ports_and_empty_ports_are_told(here: InProcess, tmp_path: Path) -> None:
+    port = tmp_path / "port.img"
+    port.write_bytes(Host().switch("dvs-office").port("100").stored.image())
+    assert here("state", "verify", str(port)).out == f"{port}: a sound state image: of kind port\n"
+    assert here("port", "create", "dvs-office", "900").code == 0
+    whole = tmp_path / "whole.img"
+    assert here("state", "export", str(whole)).code == 0
+    contents = images.read(whole.read_bytes())
+    assert (contents.ports, contents.nics) == (23, ["vmnic0", "vmnic1"])
 
 
 def test_damage_to_a_host_file_is_told(office: Process, tmp_path: Path) -> None:
@@ -194,6 +241,8 @@ def test_what_is_nothing_of_ours_is_told(office: Process, tmp_path: Path) -> Non
     path = tmp_path / "notes.txt"
     path.write_text("hello")
     assert problems(office, path) == ["is neither a host file nor a state image nor a scenario"]
+    folder = office("--host", str(tmp_path), "state", "verify")
+    assert (folder.code, folder.out) == (1, f"{tmp_path}: is a folder\n")
     path = tmp_path / "wrong.toml"
     path.write_text("colour = 1")
     assert problems(office, path)[0].startswith("colour: unknown key")

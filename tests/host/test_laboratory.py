@@ -18,6 +18,7 @@ import pytest
 
 from headers import model
 from libkestrel import lab
+from libkestrel.lab import _library, wiring
 from libkestrel.lab.frames import mac, mac_text
 from libkestrel.lab.timekeeping import nanoseconds
 
@@ -542,3 +543,28 @@ def test_frames_are_as_long_as_their_bytes(tmp_path: Any) -> None:
     assert [each.data for each in captured] == [frame]
     lab.write_pcap(tmp_path / "one.pcap", [lab.Frame(Longer(frame))])
     assert (tmp_path / "one.pcap").stat().st_size == 24 + 16 + len(frame)
+
+
+def test_arguments_of_a_wrong_kind_are_told_before_anything_is_called() -> None:
+    with pytest.raises(TypeError, match="a text is wanted, not int"):
+        lab.arm(5, status=1)  # type: ignore[arg-type]
+    with pytest.raises(ValueError, match="a text with a zero character in it"):
+        wiring.connect_nic(SWITCH, b"a\0b", "vmnic0")  # type: ignore[arg-type]
+    with pytest.raises(TypeError, match="client at port a of dvs-bench: argument 3"):
+        lab.set_client_node(SWITCH, "a", "one")  # type: ignore[arg-type]
+
+
+def test_a_library_that_speaks_another_version_is_refused(monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.setattr("libkestrel.lab._declarations.VERSION", 99)
+    with pytest.raises(lab.NotEmbeddedError, match="this package speaks 99"):
+        _library._library.__wrapped__()
+
+
+def test_the_clock_tells_its_time() -> None:
+    lab.clock.advance(2)
+    assert repr(lab.clock) == f"<Clock at {lab.clock.now()} s>"
+
+
+def test_a_snapshot_that_was_never_taken_ends_in_silence() -> None:
+    kind = type(lab.snapshot())
+    kind.__new__(kind).__del__()

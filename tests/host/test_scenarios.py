@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+import struct
 import subprocess
 import sys
 import tomllib
@@ -16,7 +17,8 @@ from hypothesis import HealthCheck, given, settings
 from hypothesis import strategies as st
 
 import scenario_page
-from libkestrel import lab
+from libkestrel import Host, lab
+from libkestrel.host import MirrorEntity
 from libkestrel.lab import wiring
 from libkestrel.lab.scenario import (
     ScenarioError,
@@ -27,6 +29,7 @@ from libkestrel.lab.scenario import (
 )
 from libkestrel.lab.scenario import format as scenario_format
 from libkestrel.lab.scenario.kinds import Kind, keys_of
+from libkestrel.records import MacAddress
 
 ROOT = Path(__file__).resolve().parents[2]
 EXAMPLES = sorted((ROOT / "examples" / "scenarios").glob("*.toml"))
@@ -55,6 +58,8 @@ def switch_names() -> list[str]:
 # ---- What is refused before a host is touched ----
 
 SWITCH = '[[switch]]\nname = "s"\n'
+MANY_GROUPS = [f"01:00:5e:00:{n // 256:02x}:{n % 256:02x}" for n in range(k.VS_MULTICAST_USER_ENTRIES_MAX + 1)]
+MANY_NAMES = [f"u{n}" for n in range(k.ZEL_TEAM_MAX_UPLINKS + 1)]
 UPLINKS = 'uplink = [{ name = "a" }, { name = "b" }]\n'
 
 WRONG = {
@@ -110,6 +115,18 @@ WRONG = {
     SWITCH + "[[switch.port]]\nid = 'p'\nvlan = 1\ntrunk = [1]": (
         "switch[0].port[0]: more than one of vlan, trunk, private-vlan is given"
     ),
+    SWITCH + "port = [{ id = 'p' }]\nmirror = [{ id = 'm', port = 'p', to = [{ ip = 'fe80::1%eth0' }] }]": (
+        "switch[0].mirror[0].to[0].ip: no IP address"
+    ),
+    SWITCH + "[[switch.port]]\nid = 'p'\ntrunk = 5": "switch[0].port[0].trunk: a number where a list of VLANs belongs",
+    SWITCH + f"multicast-addresses = {MANY_GROUPS}": (
+        f"switch[0].multicast-addresses: more than {k.VS_MULTICAST_USER_ENTRIES_MAX} addresses"
+    ),
+    SWITCH + f"[[switch.port]]\nid = 'p'\nmulticast = {MANY_GROUPS}": (
+        f"switch[0].port[0].multicast: more than {k.VS_MULTICAST_USER_ENTRIES_MAX} addresses"
+    ),
+    SWITCH + f"uplink = [{', '.join(f'{{ name = {name!r} }}' for name in MANY_NAMES)}]\n"
+    f"teaming = {{ active = {MANY_NAMES} }}": f"switch[0].teaming: more than {k.ZEL_TEAM_MAX_UPLINKS} uplinks",
     SWITCH + "[[switch.port]]\nid = 'p'\ntrunk = []": "switch[0].port[0].trunk: an empty list where VLANs belong",
     SWITCH + "[[switch.port]]\nid = 'p'\ntrunk = ['5-1']": (
         "switch[0].port[0].trunk[0]: 5-1 is no range of VLANs from 0 to 4094"
@@ -308,6 +325,99 @@ def test_clients_are_plugged_in_without_a_look_at_all_others(monkeypatch: pytest
         patched.setattr(wiring, "clients", listed)
         load_scenario_text(SWITCH + "port = [{ id = 1, count = 20, client = { name = 'c{n}' } }]\n")
     assert [client.name for client in lab.clients("s")] == [f"c{n}" for n in range(1, 21)]
+
+
+RICH = """
+[[nic]]
+name = "vmnic0"
+
+[[switch]]
+name = "s"
+multicast-addresses = ["01:00:5e:00:00:07", "01:00:5e:00:00:08"]
+uplink = [{ name = "a", nic = "vmnic0" }, { name = "b" }]
+group = [{ name = "quiet", blocked = true, multicast = ["01:00:5e:00:00:09"] }]
+
+[[switch.port]]
+id = "one"
+client = { name = "one.eth0", mac = "02:00:00:00:00:01" }
+
+[[switch.port]]
+id = "two"
+group = "quiet"
+
+[[switch.port]]
+id = "three"
+group = "quiet"
+blocked = false
+multicast = []
+
+[[switch.mirror]]
+id = "m"
+port = "one"
+kind = "mixed"
+to = [{ uplink = "a" }]
+incoming = [{ vlan = 7 }]
+outgoing = [{ mac = "02:00:00:00:00:77" }]
+
+[[traffic]]
+switch = "s"
+port = "one"
+to = "ff:ff:ff:ff:ff:ff"
+count = 3
+every = 0.5
+
+[[traffic]]
+switch = "s"
+port = "one"
+frame = "ffffffffffff02000000000188b5"
+"""
+
+
+def test_a_host_has_everything_that_its_scenario_says() -> None:
+    load_scenario_text(RICH)
+    switch = Host().switch("s")
+    assert [str(each) for each in switch.multicast_entries] == ["01:00:5e:00:00:07", "01:00:5e:00:00:08"]
+    assert set(switch.uplinks) == {"vmnic0"}
+    assert [switch.port(name).blocked for name in ("one", "two", "three")] == [False, True, False]
+    assert [str(each) for each in switch.port("two").multicast_entries] == ["01:00:5e:00:00:09"]
+    assert switch.port("three").multicast_entries == ()
+    (mirror,) = switch.port("one").mirror_sessions
+    assert mirror.destinations == (MirrorEntity.uplink("a"),)
+    assert mirror.sources_in == (MirrorEntity.vlan(7),)
+    assert mirror.sources_out == (MirrorEntity.mac(MacAddress("02:00:00:00:00:77")),)
+    assert switch.port("one").statistics().incoming.frames >= 4
+    assert lab.clock.now() == 1.0
+
+
+def test_a_capture_that_is_not_there_is_told_with_its_place(tmp_path: Path) -> None:
+    path = tmp_path / "s.toml"
+    path.write_text(SWITCH + "port = [{ id = 'p' }]\n[[traffic]]\nswitch = 's'\nport = 'p'\npcap = 'no.pcap'\n")
+    with pytest.raises(ScenarioError, match=r"traffic\[0\]: .*no\.pcap: No such file or directory"):
+        load_scenario(path)
+    assert switch_names() == ["dvs-prod", "dvs-storage"]
+
+
+def test_captures_are_part_of_a_scenario(tmp_path: Path) -> None:
+    frame = bytes.fromhex("ffffffffffff02000000000188b5").ljust(60, b"\0")
+    head = struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 1)
+    (tmp_path / "two.pcap").write_bytes(head + b"".join(struct.pack("<IIII", n, 0, 60, 60) + frame for n in (1, 2)))
+    path = tmp_path / "s.toml"
+    client = "client = { name = 'c', mac = '02:00:00:00:00:01' }"
+    path.write_text(
+        SWITCH + f"port = [{{ id = 'p', {client} }}]\n[[traffic]]\nswitch = 's'\nport = 'p'\npcap = 'two.pcap'\n"
+    )
+    load_scenario(path)
+    assert Host().switch("s").port("p").statistics().incoming.frames == 2
+
+
+def test_of_very_many_problems_the_first_are_told_and_the_rest_are_counted() -> None:
+    wrong = "".join(f"wrong{number} = 1\n" for number in range(500))
+    with pytest.raises(ScenarioError) as caught:
+        parse_scenario(wrong, "x.toml")
+    lines = str(caught.value).splitlines()
+    assert len(caught.value.problems) == 500
+    assert lines[0].startswith("x.toml: wrong0: unknown key")
+    assert lines[-1] == f"x.toml: and {500 - (len(lines) - 1)} more"
 
 
 def test_what_is_wrong_leaves_the_host_as_it_was() -> None:

@@ -7,6 +7,7 @@ import inspect
 import subprocess
 import sys
 from collections.abc import Iterator
+from importlib import metadata
 from typing import Any
 
 import _libkestrel
@@ -14,7 +15,8 @@ import pytest
 
 import libkestrel
 from headers import model, package_coverage
-from libkestrel import Host, errors, host, lab
+from libkestrel import Host, enums, errors, host, lab
+from libkestrel.host import _cells
 from libkestrel.host._objects import Setting
 from support import memory
 from support.bench import BENCH
@@ -237,3 +239,30 @@ def test_every_setting_has_an_ensuring_verb() -> None:
     settings = {(k, name) for k, _, _ in verbs() for name, member in public_members(k) if isinstance(member, Setting)}
     assert len(settings) > 25
     assert [f"{k.__name__}.{name}" for k, name in settings if (k, f"ensure_{name}") not in known] == []
+
+
+def test_a_panic_is_told_in_the_platforms_words_and_the_process_goes_on(capfd: pytest.CaptureFixture[str]) -> None:
+    Host().panic("the host is on fire")
+    told = capfd.readouterr()
+    assert "the host is on fire" in told.out + told.err
+    for wrong in ("100%", "a\0b"):
+        with pytest.raises(ValueError, match="without percent signs and zeros"):
+            Host().panic(wrong)
+
+
+def test_pointer_objects_of_another_layout_are_noticed(monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.setattr(_cells, "_ADDRESS", 0)
+    with pytest.raises(SystemError, match="not laid out as expected"):
+        _cells.pointer(4096, "_p_void")
+
+
+def test_a_version_that_nothing_tells_is_unknown(monkeypatch: pytest.MonkeyPatch) -> None:
+    def missing(name: str) -> str:
+        raise metadata.PackageNotFoundError(name)
+
+    monkeypatch.setattr(metadata, "version", missing)
+    assert libkestrel.platform_info().version == "unknown"
+
+
+def test_enumerations_are_listed_before_they_are_made() -> None:
+    assert set(dir(enums)) >= set(enums.__all__)

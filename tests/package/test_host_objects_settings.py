@@ -5,9 +5,10 @@ from __future__ import annotations
 from collections.abc import Callable
 from typing import Any
 
+import _libkestrel
 import pytest
 
-from libkestrel import Host, errors, host
+from libkestrel import AccessVlan, Host, errors, host, lab
 from libkestrel.host._objects import Setting, setting_of
 from support.bench import BENCH, NOTHING, PORT_CASES, SWITCH_CASES, Case
 
@@ -218,3 +219,29 @@ def test_the_hosts_defaults_reach_its_switches(bench: host.Switch) -> None:
         top.mac_learning = host.HostLearning(2_000_000, 1, learn_static=False, static_mac_allow=False)
     assert top.mac_learning == wanted
     top.mac_learning = before
+
+
+def test_a_setting_belongs_to_a_class_that_is_complete() -> None:
+    for decorate in (host.Switch.mtu.writes, host.Switch.mtu.clears):
+        with pytest.raises(TypeError, match="mtu belongs to a class that is complete"):
+            decorate(lambda *_arguments: None)
+
+
+def test_a_platform_that_is_busy_is_no_lack_of_a_value(bench: host.Switch) -> None:
+    port = bench.port("p1")
+    with lab.fault("VSDVS_GetPortVLANPolicy", status=_libkestrel.ZEL_BUSY), pytest.raises(errors.Busy):
+        port.ensure_vlan(AccessVlan(5))
+    with lab.fault("VSDVS_IsSinkPortEnabled", status=_libkestrel.ZEL_BUSY), pytest.raises(errors.Busy):
+        port.ensure_default("sink")
+    with lab.fault("VSDVS_GetSwitchUplinkPorts", status=_libkestrel.ZEL_BUSY), pytest.raises(errors.Busy):
+        bench.uplink_ports.ensure_added("north")
+    assert port.vlan == AccessVlan(0)
+
+
+def test_of_what_has_gone_there_is_nothing_to_clear_or_remove(bench: host.Switch) -> None:
+    port = bench.port("p1")
+    bench.ports.remove("p1")
+    assert port.ensure_default("sink", "vlan", "blocked") is False
+    Host().switches.destroy(BENCH)
+    assert bench.ports.ensure_removed("p2") is False
+    assert bench.uplink_ports.ensure_removed("north") is False

@@ -2,7 +2,9 @@
 
 from __future__ import annotations
 
+import copy
 import gc
+import pickle
 from collections.abc import Iterator
 
 import _libkestrel
@@ -170,3 +172,69 @@ def test_collections_of_properties(bench: host.Switch) -> None:
 def test_a_command_that_no_switch_knows_is_refused(bench: host.Switch) -> None:
     with pytest.raises(NotImplementedError):
         bench.stored.command("nothing", b"input")
+
+
+def test_membership_of_a_switch_is_planned_and_taken_back(bench: host.Switch) -> None:
+    stored = bench.stored
+    with pytest.raises(errors.IsConnected):
+        stored.associate()
+    with Host().plan() as plan:
+        plan.switch(BENCH).stored.dissociate()
+        plan.switch(BENCH).stored.dissociate()
+    with pytest.raises(host.PlanError) as caught:
+        plan.apply(transaction=None)
+    assert (caught.value.step, caught.value.leftover) == (2, ())
+    with pytest.raises(errors.IsConnected):  # again, since the first step was taken back
+        stored.associate()
+    stored.dissociate()
+    with pytest.raises(errors.IsDisconnected):
+        stored.dissociate()
+    stored.associate()
+
+
+def test_offloaded_properties_are_read_level_by_level(bench: host.Switch) -> None:
+    uplinks = bench.stored.uplink_properties(1)
+    for level in (bench.stored.properties, bench.stored.host_properties, bench.port("p1").stored.properties, uplinks):
+        with pytest.raises((errors.NotFound, errors.NotSupported)):
+            level.read_offloaded("org.example.none")
+
+
+def test_properties_of_an_uplink_come_back_when_a_plan_fails(bench: host.Switch) -> None:
+    key = "org.example.note"
+    number = bench.port("north").number if "north" in bench.ports else 1
+    properties = bench.stored.uplink_properties(number)
+    with pytest.raises(errors.NotSupported):
+        properties.list()
+    properties[key] = b"first"
+    with Host().plan() as plan:
+        plan.switch(BENCH).stored.uplink_properties(number)[key] = b"second"
+        plan.switch(BENCH).mtu = 1
+    with pytest.raises(host.PlanError) as caught:
+        plan.apply(transaction=None)
+    assert (caught.value.step, caught.value.leftover) == (2, ())
+    assert properties[key] == b"first"
+
+
+def test_a_collection_is_released_once_and_never_copied() -> None:
+    with Host().store.collection() as collection:
+        for how in (copy.copy, copy.deepcopy, pickle.dumps):
+            with pytest.raises(TypeError, match="cannot be copied"):
+                how(collection)
+
+
+def test_a_command_gives_its_output(bench: host.Switch) -> None:
+    assert b'alias "dvs-bench"\n' in bench.stored.command("show")
+
+
+def test_what_is_handed_out_as_nothing_is_empty(bench: host.Switch, monkeypatch: pytest.MonkeyPatch) -> None:
+    def nothing(*_arguments: object) -> int:
+        return int(_libkestrel.ZEL_OK)
+
+    stored = bench.stored
+    for function in ("VSZEL_GetSwitches", "DVSZEL_SwitchPortList", "DVSZEL_GlobalPropGet"):
+        monkeypatch.setattr(_libkestrel, function, nothing)
+    monkeypatch.setattr(_libkestrel, "VSDVS_GetPrivateVLANMap", lambda *_arguments: [nothing(), None, 0])
+    assert list(Host().switches) == []
+    assert stored.connections() == {}
+    assert stored.properties["org.example.note"] == b""
+    assert bench.private_vlans == ()

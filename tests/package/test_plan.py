@@ -196,6 +196,39 @@ def test_a_plan_is_one_transaction_of_the_embedded_host(bench: host.Switch) -> N
     assert bench.port("n499").vlan == AccessVlan(500)
 
 
+def test_a_plan_sees_options_and_uplink_ports_that_it_is_to_make(bench: host.Switch) -> None:
+    with Host().plan() as plan:
+        assert plan.options.ensure({"IGMPVersion": 2}) is True
+        assert plan.options.ensure({"IGMPVersion": 2}) is False
+        uplinks = plan.switch(BENCH).uplink_ports
+        assert ("east" in uplinks, "north" in uplinks) == (False, True)
+        uplinks.add("east")
+        uplinks.remove("north")
+        assert ("east" in uplinks, "north" in uplinks) == (True, False)
+    assert "east" not in bench.uplink_ports
+    assert Host().options["IGMPVersion"] == 3
+
+
+@pytest.mark.parametrize("change", ["setting", "property"])
+def test_what_was_never_made_is_taken_back_without_a_word(bench: host.Switch, change: str) -> None:
+    with Host().plan() as plan:
+        port = plan.switch(BENCH).port("p1")
+        if change == "setting":
+            port.blocked = True
+        else:
+            port.properties["org.example.note"] = b"text"
+    (step,) = plan
+    assert step.prepare_undo is not None
+    step.prepare_undo()()
+    undo = step.prepare_undo()
+    step.make()
+    with lab.fault("VSDVS_ClearPortProp", status=_libkestrel.ZEL_BUSY), pytest.raises(errors.Busy):
+        undo()
+    undo()
+    assert "org.example.note" not in bench.port("p1").properties
+    assert bench.port("p1").blocked is False
+
+
 # ---- Durability ----
 
 THOUSAND = """

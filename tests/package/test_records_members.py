@@ -320,3 +320,19 @@ def test_mac_addresses_compare_hash_and_convert(text: str) -> None:
     for wrong, error in ((2**48, OverflowError), (-1, OverflowError), (None, TypeError), ("x", ValueError)):
         with pytest.raises(error):
             MacAddress(wrong)  # type: ignore[arg-type]
+
+
+def test_pointers_are_equal_by_address_and_shown_by_their_class() -> None:
+    first, second, target = records.zel_ListLinks(), records.zel_ListLinks(), records.zel_ListLinks()
+    first.nextPtr = second.nextPtr = target
+    assert first == second
+    second.prevPtr = first
+    assert first != second
+    assert repr(first) == "zel_ListLinks(prevPtr=None, nextPtr=<zel_ListLinks>)"
+
+
+def test_a_record_is_like_records_of_its_class_alone() -> None:
+    link = records.zel_ListLinks()
+    assert link != records.VSUplinkPortIds(1)
+    assert link.__eq__(5) is NotImplemented
+    assert (link == 5) is False

@@ -205,3 +205,8 @@ def test_on_another_platform_tests_are_skipped(pytester: pytest.Pytester) -> Non
 def test_the_fixture_tells_what_it_is(pytester: pytest.Pytester) -> None:
     result = session(pytester, "", "--fixtures")
     result.stdout.fnmatch_lines(["kestrel_host*", "*embedded host of the test's own*"])
+
+
+def test_the_fixture_reaches_options_and_the_store(kestrel_host: EmbeddedHost) -> None:
+    assert kestrel_host.options["IGMPVersion"] == 3
+    assert [switch.name for switch in kestrel_host.store] == ["dvs-prod", "dvs-storage"]

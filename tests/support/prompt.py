@@ -61,7 +61,7 @@ class Process:
             text=True,
             check=False,
             input=stdin,
-            timeout=120,
+            timeout=600,  # for what hangs; what is instrumented takes its time
             env=self.environment(**environment),
         )
         return Answer(done.returncode, done.stdout, done.stderr)

@@ -121,9 +121,6 @@ def _invoke(arguments: list[str]) -> int:
         where = f" (see {error.ctx.command_path} --help)" if error.ctx else ""
         click.echo(f"kestrel: {error.format_message().rstrip('.')}{where}", err=True)
         return exits.USAGE
-    except click.ClickException as error:
-        click.echo(f"kestrel: {error.format_message()}", err=True)
-        return exits.FAILED
     except (BrokenPipeError, click.Abort):
         raise
     except Exception as error:

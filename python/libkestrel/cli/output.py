@@ -19,8 +19,6 @@ def shown(value: Any) -> str:
         return "yes" if value else "no"
     if isinstance(value, (list, tuple)):
         return ", ".join(shown(each) for each in value) or "-"
-    if isinstance(value, dict):
-        return ", ".join(f"{key} {shown(each)}" for key, each in value.items())
     return one_line(str(value))
 
 

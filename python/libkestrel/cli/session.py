@@ -136,7 +136,7 @@ class Session:
             changes = list(plan)
             if changes and not self.check:
                 with progress.shown(f"{len(changes)} changes"):
-                    if embedded:
+                    if embedded or len(changes) == 1:  # which happens or does not, and need not be taken back
                         plan.apply(transaction=nullcontext())
                     else:
                         plan.apply()

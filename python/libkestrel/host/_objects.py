@@ -253,8 +253,7 @@ class Setting(Generic[T]):
 
     def _set(self, owner: HostObject, value: T, before: object) -> None:
         write = self._write
-        if write is None:
-            raise AttributeError(f"{self._title} of {owner.place} cannot be set")
+        assert write is not None
         owner._change(
             f"set {self._title}",
             lambda: write(owner, value),

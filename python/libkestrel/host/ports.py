@@ -8,7 +8,7 @@ from typing import Any
 import _libkestrel as flat
 
 from libkestrel import records
-from libkestrel._kestrel_error import KestrelError
+from libkestrel._kestrel_error import KestrelError, error
 from libkestrel.enums import DVSPortType
 from libkestrel.host._objects import (
     ABSENT,
@@ -171,8 +171,7 @@ class Ports(OfSwitch):
         for port in self.values():
             if port.number == number:
                 return port
-        self._check(flat.ZEL_NOT_FOUND, f"find port number {number}")
-        raise AssertionError
+        raise error(flat.ZEL_NOT_FOUND, f"find port number {number}", self.place)
 
     # ---- Adding and removing ----
 

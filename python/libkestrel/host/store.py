@@ -9,7 +9,7 @@ from typing import Any, NoReturn, Self
 import _libkestrel as flat
 
 from libkestrel import records
-from libkestrel._kestrel_error import check
+from libkestrel._kestrel_error import check, error
 from libkestrel.enums import DVSPortType
 from libkestrel.host import _cells
 from libkestrel.host._objects import (
@@ -244,8 +244,7 @@ class StoredUplinkProperties(StoredProperties):
 
     def list(self, kinds: PropertyKind = ANY_KIND) -> list[Property]:  # noqa: ARG002
         """Raises NotSupported: the store does not tell them."""
-        self._check(flat.ZEL_NOT_SUPPORTED, "list properties")
-        return []
+        raise error(flat.ZEL_NOT_SUPPORTED, "list properties", self.place)
 
     def _restoring(self, key: str) -> Undo:
         before = self.get(key)

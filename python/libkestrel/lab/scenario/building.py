@@ -72,8 +72,6 @@ def _at(place: str) -> Iterator[Callable[[int], None]]:
     except LabError as error:
         detail = f" ({error.detail})" if error.detail else ""
         raise _RefusedError(place, f"the host refuses it: {error.text}{detail}") from error
-    except OSError as error:
-        raise _RefusedError(place, str(error)) from error
 
 
 def _build(scenario: Scenario, folder: Path) -> None:

@@ -108,8 +108,8 @@ def port_learning(policy: PortLearning) -> Any:
 
 @contextmanager
 def addresses(values: Sequence[bytes]) -> Iterator[Any]:
-    """An array of Ethernet addresses."""
-    with record("VSMACEntries", len(values)) as array:
+    """A record with as many Ethernet addresses as it has room for, VS_MULTICAST_USER_ENTRIES_MAX, or fewer."""
+    with record("VSMACEntries") as array:
         for index, address in enumerate(values):
             k.VSMACEntries_set_mac_address(array, index, address)
         yield array
