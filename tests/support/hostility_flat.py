@@ -497,7 +497,7 @@ class Flat:
     @staticmethod
     def bare(found: Any) -> Any:
         """The pointer object that is found, or that it carries."""
-        while type(found).__name__ != "SwigPyObject":
+        while hasattr(found, "this"):
             found = found.this
         return found
 
