@@ -198,6 +198,6 @@ with lab.capture(SWITCH, "10", "in") as capture:
     another = f"import _libkestrel as k; assert k.VSDVS_SetMTU({SWITCH!r}, 1700) == 0"
     subprocess.run([sys.executable, "-c", another], check=True)
     lab.send(SWITCH, "10", frame)
-    print(len(capture.frames()))
+    print(len(capture))
 """
     assert run(host, code) == "2"

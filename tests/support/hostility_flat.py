@@ -475,7 +475,7 @@ class Flat:
                 if target and output is not None:
                     self._own(target, self.bare(output))
         elif call.gives and result is not None:
-            self._given_back(call, self.bare(result))
+            self._given_back(call, given, self.bare(result))
         for one, argument in zip(given, call.arguments, strict=False):
             if one.label.startswith("cell _p_p_"):
                 self._empty(one.value, argument)
@@ -497,11 +497,11 @@ class Flat:
     @staticmethod
     def bare(found: Any) -> Any:
         """The pointer object that is found, or that it carries."""
-        while type(found).__name__ != "SwigPyObject":
+        while hasattr(found, "this"):
             found = found.this
         return found
 
-    def _given_back(self, call: Call, found: Any) -> None:
+    def _given_back(self, call: Call, given: list[Given], found: Any) -> None:
         if call.gives in HANDLES:
             self.handles.append(found)
             return
@@ -510,7 +510,12 @@ class Flat:
         if found.own() or own_function:
             if call.gives in SIZES and not self.ledger.extent(address):
                 self._own(call.gives, found)
-        elif self.ledger.extent(address) >= SIZES.get(call.gives, 1):
+            return
+        if call.member and call.member.kind == "pointer":  # blocks may have gone, and others be in their place
+            leads_on = self.ledger.in_room(address)
+        else:
+            leads_on = self.ledger.number(address) == self.ledger.number(given[0].address) if given else False
+        if leads_on and self.ledger.extent(address) >= SIZES.get(call.gives, 1):
             self._keep(call.gives, found)
         else:
             self.left["walk"] += 1

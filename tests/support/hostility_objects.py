@@ -191,7 +191,9 @@ class Caller:
         return "ok"
 
     def begin_anew(self) -> None:
-        """A host with a sample in it, and nothing else."""
+        """A host with a sample in it, and nothing else. What ends with its object, ends before."""
+        self.pool.clear()
+        gc.collect()
         lab.disarm_all()
         lab.reset(sample=True)
         self.pool[:] = [Host()]

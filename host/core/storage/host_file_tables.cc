@@ -600,6 +600,7 @@ void HostFileTables::ReadSwitches(SwitchSet<Item> &switches, Side side) {
   rows.Begin(NameOf(side));
   while (rows.Next()) {
     const auto number = rows.Get<std::uint64_t>(0);
+    if (number == 0) throw StatusError(ZEL_INVALID_METADATA);
     SwitchSpec spec{.id = rows.Text(1),
                     .portset = rows.Text(2),
                     .alias = rows.Text(3),
