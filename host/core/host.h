@@ -73,8 +73,6 @@ class KESTREL_HOST_EXPORT Host {
   void RemoveNic(std::string_view name);
   /** Makes a NIC, and what it is connected to, what is written. Throws as NicTable::Set does. */
   void SetNic(std::string_view name, const Nic &nic);
-  /** Throws as NicTable::Set does. */
-  void SetNicLink(std::string_view name, LinkStatus link);
   /** Takes the link of a NIC down by hand, or lets it be what it is again. Throws StatusError ZEL_NOT_FOUND. */
   void SetNicEnabled(std::string_view name, bool enabled);
   const NicTable &nics() const { return nics_; }
@@ -160,8 +158,6 @@ class KESTREL_HOST_EXPORT Host {
       ZEL_READ_ONLY for a key that cannot be set, ZEL_NOT_FOUND when nothing was set, ZEL_BUSY when a port builds on the
       value. */
   void ClearProperty(const PropertyOwner &owner, std::string_view key, Persistence persistence);
-  /** Where a property of an owner is. Throws StatusError ZEL_NOT_FOUND. */
-  PropertyPlace PlaceOf(const PropertyOwner &owner) const;
 
   /** The VLAN policy of a port, as a property. */
   void SetPortVlan(std::string_view owner, std::string_view port, const VlanPolicy &policy, Persistence persistence);

@@ -50,12 +50,6 @@ void Host::SetNic(std::string_view name, const Nic &nic) {
   watch.Settle();
 }
 
-void Host::SetNicLink(std::string_view name, LinkStatus link) {
-  Nic nic = nics_.Get(name);
-  nic.link = link;
-  SetNic(name, nic);
-}
-
 void Host::SetNicEnabled(std::string_view name, bool enabled) {
   Nic nic = nics_.Get(name);
   nic.is_enabled = enabled;

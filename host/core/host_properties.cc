@@ -51,10 +51,6 @@ PropertyPlace PlaceIn(const SwitchConfig &config, const PropertyOwner &owner) {
 
 }  // namespace
 
-PropertyPlace Host::PlaceOf(const PropertyOwner &owner) const {
-  return PlaceIn(FindSwitch(owner.switch_name).config, owner);
-}
-
 std::string Host::PropertyOf(const PropertyOwner &owner, std::string_view key) const {
   const Switch &target = FindSwitch(owner.switch_name);
   const PropertyPlace place = PlaceIn(target.config, owner);

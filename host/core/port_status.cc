@@ -1,11 +1,6 @@
 #include "host/core/port_status.h"
 
-#include <algorithm>
-#include <chrono>
-#include <iterator>
-
 #include "host/core/base/record_bytes.h"
-#include "host/core/multicast/multicast.h"
 #include "host/core/teaming/teaming.h"
 
 namespace kestrel::host {
@@ -49,33 +44,6 @@ void SetText(Byte (&field)[width], std::string_view text) {
   text.copy(reinterpret_cast<char *>(field), width - 1);
 }
 
-/** Those that the port accepts by name, as far as the record has room. */
-VSPortInfo_ethFrpAccepted AcceptedBy(const Switch &owner, const PortPlan &port) {
-  std::vector<MacAddress> groups = AcceptedGroupAddresses(owner, *port.port);
-  groups.insert(groups.end(), port.groups.begin(), port.groups.end());
-  std::ranges::sort(groups);
-  const auto rest = std::ranges::unique(groups);
-  groups.erase(rest.begin(), rest.end());
-  VSPortInfo_ethFrpAccepted accepted{};
-  const std::size_t count = std::min(groups.size(), std::size(accepted.multicastAddrs));
-  accepted.numMulticastAddrs = static_cast<zel_uint16>(count);
-  for (std::size_t i = 0; i < count; ++i) std::ranges::copy(groups[i], accepted.multicastAddrs[i]);
-  return accepted;
-}
-
-VSPortInfo_vlan VlanStateOf(const PortPlan &port) {
-  const bool is_trunk = port.mode == VlanMode::kTrunk;
-  unsigned flags = is_trunk
-                       ? VS_VLAN_TP_FLAG_TAGGED_INPUT | VS_VLAN_TP_FLAG_TAGGED_OUTPUT | VS_VLAN_TP_FLAG_FILTER_ON_VIDS
-                       : VS_VLAN_TP_FLAG_OVERWRITE_VID;
-  if (port.priority != ZEL_VLAN_PRIORITY_INVALID) flags |= VS_VLAN_TP_FLAG_OVERWRITE_PRIORITY;
-  if (port.allows_nested_tags) flags |= VS_VLAN_TP_FLAG_ALLOW_NESTEDTAG;
-  return {.defaultVID = port.vlan,
-          .primaryVID = port.private_vlan.kind == PrivateKind::kNone ? port.vlan : port.private_vlan.primary,
-          .flags = static_cast<VSVlanTPFlags>(flags),
-          .statsEnabled = 1};
-}
-
 zel_LinkStatus LinkOf(const Host &host, const Switch &owner, const Port &port) {
   LinkStatus link = kNoLink;
   if (port.client && port.client->type == VS_PORT_CLIENT_UPLINK) {
@@ -101,23 +69,6 @@ std::string VlansOf(const Port &port) {
 }
 
 }  // namespace
-
-VSPortInfo PortInfoOf(const Host &host, const Switch &owner, const Port &port) {
-  const SwitchPlan &plan = PlanOf(host, owner);
-  const PortPlan &planned = *plan.Find(port.id);
-  VSPortInfo info{};
-  info.portIdx = plan.places.at(port.id);
-  SetText(info.dvPortId, port.name);
-  if (port.client) {
-    SetText(info.clientName, port.client->name);
-    info.clientType = port.client->type;
-    std::ranges::copy(port.client->address, info.fixedHwID);
-  }
-  info.ethFrpAccepted = AcceptedBy(owner, planned);
-  info.stats = StatsOf(owner, port.id);
-  info.vlan = VlanStateOf(planned);
-  return info;
-}
 
 VSStats StatsOf(const Switch &owner, PortId port) {
   VSStats stats{};

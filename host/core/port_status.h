@@ -11,7 +11,6 @@
 
 namespace kestrel::host {
 
-KESTREL_HOST_EXPORT VSPortInfo PortInfoOf(const Host &host, const Switch &owner, const Port &port);
 KESTREL_HOST_EXPORT VSStats StatsOf(const Switch &owner, PortId port);
 /** Those of all its ports together. */
 KESTREL_HOST_EXPORT VSStats StatsOf(const Switch &owner);

@@ -201,3 +201,38 @@ with lab.capture(SWITCH, "10", "in") as capture:
     print(len(capture))
 """
     assert run(host, code) == "2"
+
+
+def test_a_path_may_have_any_characters(tmp_path: Path) -> None:
+    path = tmp_path / "100%?#name=value&mode=memory"
+    assert run(path, "print(k.VSDVS_SetMTU(SWITCH, 1600))") == "0"
+    path.chmod(0o400)
+    read = (
+        "info = k.new_VSInfo(); k.VSZEL_GetVSInfo(SWITCH, info); print(k.VSInfo_mtu_get(info)); k.delete_VSInfo(info)"
+    )
+    assert run(path, read) == "1600"
+    assert [each.name for each in tmp_path.iterdir()] == [path.name]
+
+
+ENHANCED = """
+from libkestrel import records
+portset = {portset!r}
+portsets = records.RTMIOCtlQuery(rtmPs=[{{"psName": portset, "ensSwitchMode": 2, "ensPsMode": 1}}])
+modules = records.RTMModIOCtlQuery(psName=portset, rtmModId=[{{"ModID": 7}}, {{"ModID": -9}}])
+port = k.VSDVS_DvPortIDToPortID(SWITCH, "10")[1]
+def each(mode):
+    steps = [lambda: k.VSZEL_RTMOp(portsets, mode), lambda: k.VSZEL_RTMModOp(modules, mode),
+             lambda: k.VSZEL_RTMPortOp(5, port, mode == k.RTM_IOCCMD_ENS_ACTIVATE)]
+    return [step() for step in (steps if mode == k.RTM_IOCCMD_ENS_ACTIVATE else steps[::-1])]
+"""
+
+
+def test_the_enhanced_datapath_is_there_for_the_next_one(host: Path) -> None:
+    portset = run(host, "print(k.DVSAliasToPortsetName(SWITCH)[1])")
+    code = ENHANCED.format(portset=portset)
+    assert run(host, code + "print(each(k.RTM_IOCCMD_ENS_ACTIVATE))") == "[0, 0, 0]"
+    assert run(host, code + "print(k.VSZEL_RTMOp(portsets, k.RTM_IOCCMD_ENS_ACTIVATE) == k.ZEL_IS_ENABLED)") == "True"
+    assert run(host, code + "print(each(k.RTM_IOCCMD_ENS_DEACTIVATE))") == "[0, 0, 0]"
+    assert (
+        run(host, code + "print(k.VSZEL_RTMOp(portsets, k.RTM_IOCCMD_ENS_DEACTIVATE) == k.ZEL_IS_DISABLED)") == "True"
+    )

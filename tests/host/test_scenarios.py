@@ -232,6 +232,23 @@ def test_options_are_set_whether_or_not_functions_give_records() -> None:
     assert Host().options["IGMPVersion"] == 3
 
 
+OPTIONS = """
+from libkestrel import Host, records
+from libkestrel.lab.scenario import load_scenario_text
+records.VSRuntimeOptionHeader
+for _ in range(3):
+    load_scenario_text("[options]\\nIGMPVersion = 2\\nIGMPQueries = 4\\nIGMPRouterIP = '192.0.2.9'\\n")
+print(Host().options.read(["IGMPVersion", "IGMPQueries", "IGMPRouterIP"]))
+"""
+
+
+@pytest.mark.parametrize("filling", [1, 85, 170, 253])
+def test_options_are_set_whatever_their_memory_held_before(filling: int) -> None:
+    environment = os.environ | {"MALLOC_PERTURB_": str(filling), "PYTHONMALLOC": "malloc"}
+    done = subprocess.run([sys.executable, "-c", OPTIONS], env=environment, capture_output=True, text=True, check=False)
+    assert done.stdout == "{'IGMPVersion': 2, 'IGMPQueries': 4, 'IGMPRouterIP': '192.0.2.9'}\n", done.stderr
+
+
 # ---- Hostile values ----
 
 VALUES: st.SearchStrategy[Any] = st.recursive(

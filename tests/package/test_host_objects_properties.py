@@ -108,6 +108,21 @@ def test_a_key_belongs_to_one_level(bench: host.Switch) -> None:
     assert bench.properties.read(_libkestrel.ZEL_VDSPROP_SWITCH_ALIAS, str) == BENCH
 
 
+def test_a_port_tells_its_vlans_as_a_property(bench: host.Switch) -> None:
+    port = bench.port("p1")
+
+    def vlans() -> records.zel_VDSPortVlanInfo:
+        return port.properties.read(_libkestrel.ZEL_VDSPROP_PORT_VLAN, records.zel_VDSPortVlanInfo)
+
+    assert (vlans().vlanID, len(vlans().vidRanges)) == (0, 0)
+    port.vlan = host.AccessVlan(7)
+    assert (vlans().vlanID, len(vlans().vidRanges)) == (7, 0)
+    port.vlan = host.TrunkVlan([(5, 9), (20, 20)])
+    assert [(each.minVID, each.maxVID) for each in vlans().vidRanges] == [(5, 9), (20, 20)]
+    with pytest.raises(errors.ReadOnly):
+        port.properties[_libkestrel.ZEL_VDSPROP_PORT_VLAN] = bytes(vlans())
+
+
 def test_passing_values_last_until_the_configuration_is_loaded(bench: host.Switch) -> None:
     bench.properties.set_for(KEY, b"saved")
     bench.properties.set_for(KEY, b"passing", runtime_only=True, component="me")

@@ -97,16 +97,18 @@ def _build(scenario: Scenario, folder: Path) -> None:
 
 def _set_options(options: dict[str, int | str]) -> int:
     with policies.record("VSRuntimeOptions", k.VS_CHARDEV_MAX_RUNTIME_OPTIONS_LENGTH) as packed:
-        first = entry = k.VSRuntimeOptions_get_first_option(packed)
+        entry = k.VSRuntimeOptions_get_first_option(packed)
+        assert entry is not None
+        # At once: where functions give records, one for a place that holds anything yet is gone with the next.
+        start = int(entry)
         for name, value in options.items():
             code = k.get_runtime_option_type_from_name(name)
             if isinstance(value, str):
                 entry = k.VSRuntimeOptions_add_str_option(packed, entry, name, code, value)
             else:
                 entry = k.VSRuntimeOptions_add_int_option(packed, entry, name, code, value)
-        assert first is not None
-        assert entry is not None
-        k.VSRuntimeOptions_set_options_length(packed, int(entry) - int(first))
+            assert entry is not None
+        k.VSRuntimeOptions_set_options_length(packed, int(entry) - start)
         return int(k.VSZEL_SetRuntimeOptions(packed))
 
 

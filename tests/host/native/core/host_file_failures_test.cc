@@ -13,6 +13,7 @@
 
 #include "host/core/storage/host_file.h"
 #include "tests/host/native/support/host_dump.h"
+#include "tests/host/native/support/nic_link.h"
 #include "tests/host/native/support/random_changes.h"
 #include "tests/host/native/support/status.h"
 
@@ -238,7 +239,7 @@ TEST(HostFileFailures, OfWaitingTooLongLeaveEverythingAsItIs) {
   EXPECT_EQ(DumpOf(file.host()), DumpOf(*MakeTestHost())) << "reading does not wait";
   holder.Commit();
   ChangeSomething(file);
-  EXPECT_EQ(StatusOf([&] { file.host().SetNicLink("held", kUp); }), ZEL_OK);
+  EXPECT_EQ(StatusOf([&] { SetNicLink(file.host(), "held", kUp); }), ZEL_OK);
 }
 
 TEST(HostFileFailures, AReplacedFileIsSeen) {

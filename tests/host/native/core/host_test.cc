@@ -1,6 +1,7 @@
 #include "host/core/host.h"
 
 #include "host/core/teaming/lag_status.h"
+#include "tests/host/native/support/nic_link.h"
 #include "tests/host/native/support/status.h"
 #include "tests/host/native/support/test_host.h"
 
@@ -94,7 +95,7 @@ TEST(Host, NicsHaveUniqueNamesThatFitTheirField) {
   host.AddNic("nic", kUp);
   EXPECT_STATUS(ZEL_EXISTS, host.AddNic("nic", kDown));
   EXPECT_STATUS(ZEL_NAME_TOO_LONG, host.AddNic(std::string(32, 'n'), kUp));
-  EXPECT_STATUS(ZEL_NOT_FOUND, host.SetNicLink("nic2", kUp));
+  EXPECT_STATUS(ZEL_NOT_FOUND, SetNicLink(host, "nic2", kUp));
   EXPECT_EQ(host.LinkOfPluggedNic("nic"), kUp);
 }
 
@@ -277,12 +278,12 @@ TEST(LagStatus, IsUpWhileOneMemberIs) {
   EXPECT_EQ(status().up_members, 0b01U);
   EXPECT_EQ(status().state, ZEL_LINK_STATE_UP);
 
-  host->SetNicLink("nic-r", kUp);
+  SetNicLink(*host, "nic-r", kUp);
   EXPECT_EQ(status().up_members, 0b11U);
-  host->SetNicLink("nic-l", kDown);
+  SetNicLink(*host, "nic-l", kDown);
   EXPECT_EQ(status().up_members, 0b10U);
   EXPECT_EQ(status().state, ZEL_LINK_STATE_UP);
-  host->SetNicLink("nic-r", kDown);
+  SetNicLink(*host, "nic-r", kDown);
   EXPECT_EQ(status().up_members, 0U);
   EXPECT_EQ(status().state, ZEL_LINK_STATE_DOWN);
 

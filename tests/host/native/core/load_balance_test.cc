@@ -4,6 +4,7 @@
 
 #include <map>
 
+#include "tests/host/native/support/nic_link.h"
 #include "tests/host/native/support/team_host.h"
 
 namespace kestrel::host {
@@ -22,7 +23,7 @@ class LoadBalance : public testing::Test {
     PolicyWish wish{.balance = TEAM_FRP_TYPE_LB_LBT, .flags = flags};
     for (int i = 0; i < uplinks; ++i) {
       wish.active.push_back("up" + std::to_string(i));
-      host()->SetNicLink("nic" + std::to_string(i), kSlow);
+      SetNicLink(*host(), "nic" + std::to_string(i), kSlow);
     }
     host().SetPolicy(wish);
   }
@@ -113,7 +114,7 @@ TEST_F(LoadBalance, APortThatWasMovedStaysWhileItsUplinkIsUp) {
   host()->AdvanceClock(seconds(1000));
   EXPECT_EQ(host().Choice("p0"), before[1]);
   const int moved_to = before[1] == "up0" ? 0 : 1;
-  host()->SetNicLink("nic" + std::to_string(moved_to), kNoLink);
+  SetNicLink(*host(), "nic" + std::to_string(moved_to), kNoLink);
   EXPECT_EQ(host().Choice("p0"), before[0]);
 }
 
@@ -123,7 +124,7 @@ TEST_F(LoadBalance, FasterLinksCarryMore) {
   const std::string busy = before[0] == "up0" ? "nic0" : "nic1";
   LinkStatus fast = kSlow;
   fast.speed = ZEL_LINK_SPEED_100_MBPS;
-  host()->SetNicLink(busy, fast);
+  SetNicLink(*host(), busy, fast);
   Send("p0", 100);
   Send("p2", 100);
   host()->AdvanceClock(seconds(30));

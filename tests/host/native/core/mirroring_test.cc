@@ -5,6 +5,7 @@
 
 #include "host/core/both.h"
 #include "tests/host/native/support/mirror_sessions.h"
+#include "tests/host/native/support/nic_link.h"
 #include "tests/host/native/support/status.h"
 #include "tests/host/native/support/tunnel_decoder.h"
 
@@ -285,7 +286,7 @@ TEST_F(Mirroring, FailsWhereNothingIsPluggedInOrUp) {
     EXPECT_EQ(Counted().failed_copies, ++failed);
     EXPECT_EQ(Counted().failed, failed);
   }
-  host().SetNicLink("nic-l", kDown);
+  SetNicLink(host(), "nic-l", kDown);
   for (const DVMirrorEntity &destination :
        {EntityOfUplink("left"), EntityOfUplink("bond"), EntityOfVlan(5), EntityOfAddress("192.0.2.1")}) {
     SetPortSessions(host(), "machine", {{.to = {destination}}});
@@ -297,8 +298,8 @@ TEST_F(Mirroring, FailsWhereNothingIsPluggedInOrUp) {
 TEST_F(Mirroring, SendsThroughTheFirstMemberOfAGroupThatIsUp) {
   SetPortSessions(host(), "machine", {{.to = {EntityOfUplink("bond")}}});
   EXPECT_EQ(WaysOf(PassIn("machine")), Names{"u1"});
-  host().SetNicLink("nic-l", kDown);
-  host().SetNicLink("nic-r", kUp);
+  SetNicLink(host(), "nic-l", kDown);
+  SetNicLink(host(), "nic-r", kUp);
   EXPECT_EQ(WaysOf(PassIn("machine")), Names{"u3"});
 }
 

@@ -1,6 +1,7 @@
 /* Where frames go that are not for one known station, and where no frame goes. */
 #include <string>
 
+#include "tests/host/native/support/nic_link.h"
 #include "tests/host/native/support/status.h"
 #include "tests/host/native/support/traffic_host.h"
 
@@ -141,13 +142,13 @@ TEST_F(TrafficFlooding, WhatCannotComeInIsRefused) {
   EXPECT_STATUS(ZEL_IS_DISCONNECTED, net.Send("free", MakeFrame(kBroadcast, Station(1))));
   EXPECT_STATUS(ZEL_BAD_PARAM, net.Send("a", FrameData(13)));
   EXPECT_STATUS(ZEL_BAD_PARAM, net.Send("a", MakeFrame(kBroadcast, Station(1), {Tag(1)}, 0, 0x8100)));
-  net.host().SetNicLink("nic-up", kDown);
+  SetNicLink(net.host(), "nic-up", kDown);
   EXPECT_STATUS(ZEL_ENETDOWN, net.Send("up", MakeFrame(kBroadcast, Station(1))));
   EXPECT_EQ(net.Take(), Arrivals{});
 }
 
 TEST_F(TrafficFlooding, NothingLeavesThroughALinkThatIsDown) {
-  net.host().SetNicLink("nic-up", kDown);
+  SetNicLink(net.host(), "nic-up", kDown);
   EXPECT_EQ(Unknown(), Arrivals{});
   EXPECT_EQ(net.Counters("a").dropped_in, 1U);
 }

@@ -13,6 +13,7 @@
 
 #include "host/core/storage/host_file.h"
 #include "tests/host/native/support/host_dump.h"
+#include "tests/host/native/support/nic_link.h"
 #include "tests/host/native/support/test_host.h"
 
 namespace kestrel::host {
@@ -34,7 +35,7 @@ void MakeStep(Host &host, std::uint64_t step) {
   if (step > 4) host.RemovePort(kAlias, port(step - 4));
   host.SetProperty({.switch_name = kAlias, .level = PropertyLevel::kPort, .port = port(step)}, "key",
                    {std::string(step % 900, 'v'), RUNTIME_PROP_TYPE});
-  host.SetNicLink("nic-l", step % 2 == 0 ? kUp : kDown);
+  SetNicLink(host, "nic-l", step % 2 == 0 ? kUp : kDown);
   host.SeeSource(kAlias, added, {0, Station(static_cast<std::uint8_t>(1 + step % 100))});
   host.AdvanceClock(std::chrono::seconds(1));
 }
@@ -182,8 +183,8 @@ TEST(Sharing, OutlastsAFork) {
   waitpid(child, &status, 0);
   EXPECT_EQ(status, 0);
   file.Refresh();
-  file.host().SetNicLink("of-child", kUp);
-  file.host().SetNicLink("of-parent", kUp);
+  SetNicLink(file.host(), "of-child", kUp);
+  SetNicLink(file.host(), "of-parent", kUp);
 }
 
 TEST(Sharing, LeavesATransactionToTheProcessThatBeganIt) {

@@ -3,6 +3,7 @@
 
 #include "kestrel/runtime_queries.h"
 #include "tests/host/native/support/face_test.h"
+#include "tests/host/native/support/nic_link.h"
 
 namespace kestrel::host {
 namespace {
@@ -66,7 +67,7 @@ TEST_F(LagTable, PacksItsGroupsOneBehindTheOther) {
 }
 
 TEST_F(LagTable, FollowsTheLinks) {
-  host().SetNicLink("nic-l", kDown);
+  SetNicLink(host(), "nic-l", kDown);
   const auto table = Table();
   VSLAGStatus status;
   std::memcpy(&status, table.get() + 1, sizeof status);

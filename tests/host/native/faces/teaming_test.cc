@@ -3,6 +3,7 @@
 #include "kestrel/runtime_queries.h"
 #include "kestrel/switch_config.h"
 #include "tests/host/native/support/face_test.h"
+#include "tests/host/native/support/nic_link.h"
 #include "tests/host/native/support/team_host.h"
 
 namespace kestrel::host {
@@ -14,7 +15,7 @@ class TeamingFaces : public FaceTest {
  protected:
   /** The test host with a policy that fails over from "left" to "right", whose link is up too. */
   TeamingFaces() {
-    host().SetNicLink("nic-r", kUp);
+    SetNicLink(host(), "nic-r", kUp);
     const VSTeamPolicy policy = RecordOf({.balance = TEAM_FRP_TYPE_FO_EXPLICIT,
                                           .active = {"left"},
                                           .standby = {"right"},

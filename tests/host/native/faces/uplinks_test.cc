@@ -1,5 +1,6 @@
 #include "kestrel/runtime_queries.h"
 #include "tests/host/native/support/face_test.h"
+#include "tests/host/native/support/nic_link.h"
 
 namespace kestrel::host {
 namespace {
@@ -34,7 +35,7 @@ TEST_F(Uplinks, HaveTheLinkOfTheirNic) {
   EXPECT_EQ(state, ZEL_LINK_STATE_UP);
   ASSERT_EQ(VSZEL_GetUplinkLinkState(kPortset, "nic-r", &state), ZEL_OK);
   EXPECT_EQ(state, ZEL_LINK_STATE_DOWN);
-  host().SetNicLink("nic-r", kUp);
+  SetNicLink(host(), "nic-r", kUp);
   ASSERT_EQ(VSZEL_GetUplinkLinkState(kAlias, "nic-r", &state), ZEL_OK);
   EXPECT_EQ(state, ZEL_LINK_STATE_UP);
 }

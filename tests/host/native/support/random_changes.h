@@ -16,6 +16,7 @@
 #include "host/core/host.h"
 #include "tests/host/native/support/group_frames.h"
 #include "tests/host/native/support/mirror_sessions.h"
+#include "tests/host/native/support/nic_link.h"
 #include "tests/host/native/support/test_host.h"
 
 namespace kestrel::host {
@@ -59,7 +60,7 @@ class RandomChanges {
          [](R &r, Host &h) { h.Connect(r.SwitchOf(h), r.PortName(), {VS_PORT_CLIENT_UPLINK, "nic" + r.Digit()}); }},
         {"Disconnect", [](R &r, Host &h) { h.Disconnect(r.SwitchOf(h), r.PortName()); }},
         {"AddNic", [](R &r, Host &h) { h.AddNic("nic" + r.Digit(), r.Below(2) == 0 ? kUp : kDown); }},
-        {"SetNicLink", [](R &r, Host &h) { h.SetNicLink("nic" + r.Digit(), r.Below(2) == 0 ? kUp : kDown); }},
+        {"SetNicLink", [](R &r, Host &h) { SetNicLink(h, "nic" + r.Digit(), r.Below(2) == 0 ? kUp : kDown); }},
         {"SetNicEnabled", [](R &r, Host &h) { h.SetNicEnabled("nic" + r.Digit(), r.Below(2) == 0); }},
         {"AddSwitch",
          [](R &r, Host &h) {

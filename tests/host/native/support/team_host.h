@@ -12,6 +12,7 @@
 #include "host/core/host.h"
 #include "host/core/teaming/teaming.h"
 #include "kestrel/policy_records.h"
+#include "tests/host/native/support/nic_link.h"
 #include "tests/host/native/support/test_host.h"
 
 namespace kestrel::host {
@@ -86,7 +87,7 @@ class TeamHost {
     const VSRuntimeOptions list{.totalLength = static_cast<zel_uint32>(sizeof(VSRuntimeOptions) + 8)};
     host_->options().Apply(BytesOf(list) + BytesOf(head) + BytesOf(value));
   }
-  void SetLink(int nic, bool is_up) { host_->SetNicLink("nic" + std::to_string(nic), is_up ? kUp : kNoLink); }
+  void SetLink(int nic, bool is_up) { SetNicLink(*host_, "nic" + std::to_string(nic), is_up ? kUp : kNoLink); }
   template <typename Change>
   void ChangeNic(int number, Change change) {
     const std::string name = "nic" + std::to_string(number);
