@@ -17,7 +17,7 @@ READ_MACS = "read the MAC table as tuples"
 READ_COLUMNS = "read the MAC table as columns"
 DESTROY = "remove the switch with its ports"
 
-CHANGES = 50
+CHANGES = 20
 """How many changes are made one after the other, for the cost of each."""
 
 
