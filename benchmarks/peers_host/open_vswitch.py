@@ -127,13 +127,13 @@ class Servers:
     def vsctl(self, *arguments: str) -> str:
         """Run ovs-vsctl in a process, on this database alone."""
         command = [program("ovs-vsctl"), f"--db=unix:{self.database}", *arguments]
-        done = subprocess.run(command, env=self._environment, check=True, stdout=subprocess.PIPE, text=True)
+        done = subprocess.run(command, env=self._environment, check=True, capture_output=True, text=True)
         return done.stdout
 
     def appctl(self, *arguments: str) -> str:
         """Run ovs-appctl in a process, on this switch alone."""
         command = [program("ovs-appctl"), "-t", str(self.control), *arguments]
-        done = subprocess.run(command, env=self._environment, check=True, stdout=subprocess.PIPE, text=True)
+        done = subprocess.run(command, env=self._environment, check=True, capture_output=True, text=True)
         return done.stdout
 
     def stop(self) -> None:
