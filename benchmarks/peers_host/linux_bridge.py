@@ -131,12 +131,13 @@ class LinuxBridge(Peer):
         """Let frames in through a port, from every address."""
         netlink = self._netlink
         self._create(switch)
-        netlink.link("add", ifname="m0", kind="veth", peer={"ifname": "m0x"}, master=self._index(switch))
-        for name in (switch, "m0", "m0x"):
+        port, outside = f"{switch}p", f"{switch}x"
+        netlink.link("add", ifname=port, kind="veth", peer={"ifname": outside}, master=self._index(switch))
+        for name in (switch, port, outside):
             netlink.link("set", index=self._index(name), state="up")
         destination = (0x02, 0x76, 0, 0, 0, 0)
         with socket.socket(socket.AF_PACKET, socket.SOCK_RAW) as sender:
-            sender.bind(("m0x", 0))
+            sender.bind((outside, 0))
             for i in range(count):
                 sender.send(bytes(destination) + peer.mac(i) + _ETHERTYPE + bytes(46))
 

@@ -178,10 +178,11 @@ class _OpenVSwitch(Peer):
             *("add-br", switch, "--", "set", "bridge", switch, "datapath_type=dummy", "fail-mode=standalone"),
             f"other-config:mac-table-size={2 * count}",
         )
-        self._servers.vsctl("add-port", switch, "m0", "--", "set", "interface", "m0", "type=dummy")
+        port = f"{switch}p"
+        self._servers.vsctl("add-port", switch, port, "--", "set", "interface", port, "type=dummy")
         control = Connection(self._servers.control)
         for i in range(count):
-            control.call("fdb/add", switch, "m0", str(i % 100), peer.mac(i).hex(":"))
+            control.call("fdb/add", switch, port, str(i % 100), peer.mac(i).hex(":"))
         control.close()
 
 
