@@ -55,7 +55,11 @@ class Table:
         least, median = (_digits(value / _UNITS[self.unit]) for value in (spread.minimum, spread.median))
         ratio = self.ratio(row, column)
         figure = least if spread.median == spread.minimum else f"{least} ({median})"
-        return figure, "" if ratio is None else f"{ratio:.2f}" if ratio < 100 else f"{ratio:,.0f}"
+        return figure, "" if ratio is None else _ratio(ratio)
+
+
+def _ratio(value: float) -> str:
+    return f"{value:,.0f}" if value >= 100 else f"{value:.2f}" if value >= 0.1 else f"{value:.1g}"
 
 
 def _digits(value: float) -> str:

@@ -48,10 +48,11 @@ def main() -> None:
             for where in (_MEMORY, _FILE):
                 found += _grow(subject, chosen, where, Path(folder))
         found += _grow("commands", [s for s in _SIZES["ports"] if s <= options.largest], _COMMANDS, Path(folder))
-    if not options.no_peers:
-        found += peers.grow(options.folder.resolve(), options.largest)
-    report.progress("")
     curves.show(found)
+    if not options.no_peers:
+        beside = peers.grow(options.folder.resolve(), options.largest)
+        curves.show(beside)
+        found += beside
     if options.json:
         curves.write(options.json, machine.describe(), found)
 

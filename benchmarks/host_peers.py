@@ -31,7 +31,7 @@ def main() -> None:
     """Measure and report."""
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--json", type=Path, metavar="FILE", help="also write all figures to FILE")
-    parser.add_argument("--rounds", type=int, default=5, help="rounds (default: %(default)s)")
+    parser.add_argument("--rounds", type=int, default=3, help="rounds (default: %(default)s)")
     parser.add_argument("--folder", type=Path, default=Path("build"), help="where all files lie (default: %(default)s)")
     options = parser.parse_args()
     if options.rounds < 1:

@@ -39,13 +39,19 @@ def main() -> None:
             for table in tables:
                 page = _put(page, table.name, _markdown(table))
                 plots.bars(table, _HERE / "plots")
-        page = _put(page, f"machine-{file.stem}", "\n".join(f"- {key}: {value}" for key, value in machine.items()))
+        of_machine = f"machine-{file.stem}"
+        if _begin(of_machine) in page:  # the runs of one page are often of one machine
+            page = _put(page, of_machine, "\n".join(f"- {key}: {value}" for key, value in machine.items()))
     _PAGE.write_text(page)
+
+
+def _begin(name: str) -> str:
+    return f"<!-- figures: {name} -->\n"
 
 
 def _put(page: str, name: str, block: str) -> str:
     """The page with a block between its markers."""
-    begin, end = f"<!-- figures: {name} -->\n", "<!-- end of figures -->"
+    begin, end = _begin(name), "<!-- end of figures -->"
     head, found, rest = page.partition(begin)
     if not found:
         sys.exit(f"{_PAGE.name} has no place for {name}: {begin.strip()}")

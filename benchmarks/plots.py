@@ -12,9 +12,12 @@ from benchmarks.growing.curves import Curve
 # Not there where sources are only checked.
 matplotlib: Any = importlib.import_module("matplotlib")
 pyplot: Any = importlib.import_module("matplotlib.pyplot")
+ticker: Any = importlib.import_module("matplotlib.ticker")
 pyplot.switch_backend("svg")
 # The same figures are the same file.
-matplotlib.rcParams.update({"svg.hashsalt": "kestrel", "font.size": 9, "axes.spines.top": False})
+matplotlib.rcParams.update(
+    {"svg.hashsalt": "kestrel", "svg.fonttype": "none", "font.size": 9, "axes.spines.top": False}
+)
 
 SUBJECTS = {
     "ports": "Hosts of 10 to 100,000 ports",
@@ -30,22 +33,23 @@ def bars(table: Table, folder: Path) -> None:
     columns, rows = table.columns, list(table.rows)
     height = 0.8 / len(columns)
     figure, axes = pyplot.subplots(figsize=(9, max(2.0, 0.8 + 0.13 * len(rows) * (len(columns) + 1))))
+    drawn = []
     for i, column in enumerate(columns):
         values = [_value(table, row, column) for row in rows]
         places = [number + (i - (len(columns) - 1) / 2) * height for number in range(len(rows))]
-        axes.barh(places, values, height, label=column)
+        drawn.append(axes.barh(places, values, height))
     axes.set_yticks(range(len(rows)), rows)
-    axes.invert_yaxis()
+    axes.set_ylim(len(rows) - 0.5, -0.5)
     axes.set_xscale("log")
-    axes.set_xlabel(f"times {table.reference}" if _is_relative(table) else f"{table.heading}: {table.unit}")
+    low, high = axes.get_xlim()
+    axes.xaxis.set_major_locator(ticker.LogLocator(subs=(1, 2, 5) if high < 1000 * low else (1,)))
+    axes.xaxis.set_minor_locator(ticker.NullLocator())
+    axes.xaxis.set_major_formatter("{x:g}")
+    axes.set_xlabel(f"times {table.reference}")
     axes.axvline(1, color="black", linewidth=0.6)
     if len(columns) > 1:
-        axes.legend(fontsize=7)
+        axes.legend(drawn, columns, fontsize=7, loc="upper left", bbox_to_anchor=(1, 1))
     _save(figure, table.title, folder / f"{table.name}.svg")
-
-
-def _is_relative(table: Table) -> bool:
-    return table.reference in table.columns or table.reference in table.rows
 
 
 def _value(table: Table, row: str, column: str) -> float:
@@ -55,27 +59,37 @@ def _value(table: Table, row: str, column: str) -> float:
 
 
 def growth(grown: list[Curve], folder: Path) -> None:
-    """A picture for each subject: a field for each place, a line for each operation."""
+    """A picture for each subject: a field for each place and kind of output, or operation; a line for each curve."""
     for subject, title in SUBJECTS.items():
-        chosen = [curve for curve in grown if curve.subject == subject]
-        if not chosen:
+        fields: dict[str, list[tuple[str, Curve]]] = {}
+        for curve in grown:
+            if curve.subject != subject:
+                continue
+            if subject == "peers":
+                fields.setdefault(curve.name, []).append((curve.where, curve))
+            else:
+                kind = "output grows with the size" if curve.output == "n" else "output does not grow"
+                fields.setdefault(f"{curve.where}: {kind}", []).append((curve.name, curve))
+        if not fields:
             continue
-        fields = list(dict.fromkeys(curve.name if subject == "peers" else curve.where for curve in chosen))
-        across = 2 if len(fields) > 1 else 1
-        down = -(-len(fields) // across)
-        figure, grid = pyplot.subplots(down, across, figsize=(11, 5.2 * down), squeeze=False)
-        for field, axes in zip(fields, grid.flat, strict=False):
-            lines = [c for c in chosen if field == (c.name if subject == "peers" else c.where)]
-            for number, curve in enumerate(lines):
-                label = curve.where if subject == "peers" else curve.name
-                style = ("-", "--", ":", "-.")[number // 10 % 4]
-                milliseconds = [taken / 1e6 for taken in curve.points.values()]
-                axes.plot(list(curve.points), milliseconds, style, marker=".", label=f"{label} ({curve.exponent:.2f})")
-            axes.set(xscale="log", yscale="log", title=field, xlabel="size", ylabel="ms")
-            axes.legend(fontsize=6)
+        down = -(-len(fields) // 2)
+        figure, grid = pyplot.subplots(down, 2, figsize=(16, 4.2 * down), squeeze=False)
+        for (name, lines), axes in zip(fields.items(), grid.flat, strict=False):
+            _draw(axes, name, lines)
         for axes in list(grid.flat)[len(fields) :]:
             axes.set_axis_off()
         _save(figure, title, folder / f"growth-{subject}.svg")
+
+
+def _draw(axes: Any, title: str, lines: list[tuple[str, Curve]]) -> None:
+    for number, (label, curve) in enumerate(lines):
+        style = ("-", "--", ":")[number // 10 % 3]
+        milliseconds = [taken / 1e6 for taken in curve.points.values()]
+        axes.plot(list(curve.points), milliseconds, style, marker=".", label=f"{label} ({curve.exponent:.2f})")
+    axes.set(xscale="log", yscale="log", title=title, xlabel="size", ylabel="ms")
+    axes.xaxis.set_major_formatter("{x:,.0f}")
+    axes.yaxis.set_major_formatter("{x:g}")
+    axes.legend(fontsize=7, loc="upper left", bbox_to_anchor=(1, 1))
 
 
 def _save(figure: Any, title: str, path: Path) -> None:

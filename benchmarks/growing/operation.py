@@ -20,8 +20,6 @@ class Operation:
     output: str
     """How what it gives or changes grows: "n" with the host, "1" not at all."""
     work: Callable[[], object]
-    each: int = 1
-    """How many the work does at a time; figures are of one."""
     before: Callable[[], object] | None = None
     """What makes it ready, not counted."""
     once: bool = False

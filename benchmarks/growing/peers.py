@@ -15,7 +15,14 @@ from benchmarks.peers_host.peer import Peer
 _KINDS: list[type[Peer]] = [KestrelObjects, OvsRpc, OvsDatabase, LinuxBridge]
 _PORTS = [10, 100, 1_000]
 _MACS = [1_000, 10_000, 100_000]
-_OUTPUT = {peer.ADD_PORTS: "n", peer.SET_VLANS: "n", peer.READ_VLANS: "n", peer.DESTROY: "n", peer.READ_MACS: "n"}
+_OUTPUT = {
+    peer.ADD_PORTS: "n",
+    peer.SET_VLANS: "n",
+    peer.READ_VLANS: "n",
+    peer.DESTROY: "n",
+    peer.READ_MACS: "n",
+    peer.READ_COLUMNS: "n",
+}
 _ROUNDS = 1
 
 

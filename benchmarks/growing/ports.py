@@ -44,22 +44,25 @@ def operations(count: int) -> Iterator[Operation]:
                         ports.ensure_added(port)
         plan.apply()
 
-    yield Operation("add ports, flat module, one commit", "n", add_flat, before=make_switches, each=count)
-    yield Operation("add ports, a plan, one commit", "n", add_by_plan, before=make_switches, each=count)
+    yield Operation("yardstick: a dict of as many names", "n", lambda: {port: [port] for _, port in names})
+    yield Operation("add ports, flat module, one commit", "n", add_flat, before=make_switches)
+    yield Operation("add ports, a plan, one commit", "n", add_by_plan, before=make_switches)
+    if sum(len(host.switch(switch).ports) for switch in switches) != count:
+        raise RuntimeError("other ports than were added")
 
     def set_vlans() -> None:
         with lab.transaction():
             for switch, port in names:
                 flat.VSDVS_SetPortVLANPolicy(switch, port, random_.randrange(1, 4000), 0, 0, 0, None, 0)
 
-    yield Operation("set all VLANs, one commit", "n", set_vlans, each=count)
-    yield from _queries(host, switches, some, count)
+    yield Operation("set all VLANs, one commit", "n", set_vlans)
+    yield from _queries(host, switches, some)
     yield from _changes(host, switches, some)
-    yield from _whole(host, count)
+    yield from _whole(host)
     yield Operation("remove switches with their ports", "n", lambda: _remove(host, switches), once=True)
 
 
-def _queries(host: Host, switches: list[str], some: list[tuple[str, str]], count: int) -> Iterator[Operation]:
+def _queries(host: Host, switches: list[str], some: list[tuple[str, str]]) -> Iterator[Operation]:
     def vlans() -> None:
         for switch in switches:
             for port in host.switch(switch).ports.values():
@@ -77,14 +80,14 @@ def _queries(host: Host, switches: list[str], some: list[tuple[str, str]], count
         for switch, number in numbers:
             _ = host.switch(switch).ports.of_number(number)
 
-    yield Operation("list the ports", "n", lambda: [list(host.switch(s).ports) for s in switches], each=count)
-    yield Operation("list the ports with their VLANs", "n", vlans, each=count)
-    yield Operation("look up a port", "1", look_up, each=_FEW)
-    yield Operation("read a port's VLAN", "1", read_vlan, each=_FEW)
+    yield Operation("list the ports", "n", lambda: [list(host.switch(s).ports) for s in switches])
+    yield Operation("list the ports with their VLANs", "n", vlans)
+    yield Operation("look up a port", "1", look_up)
+    yield Operation("read a port's VLAN", "1", read_vlan)
     numbers = [(switch, host.switch(switch).port(port).number) for switch, port in some[:1]]
     yield Operation("find a port by its number", "1", by_number)
-    yield Operation("list the clients", "1", lambda: [lab.clients(switch) for switch in switches])
-    yield Operation("read a switch", "1", lambda: [host.switch(switch).info() for switch in switches])
+    yield Operation("list the clients, of whom there are none", "1", lambda: lab.clients(switches[0]))
+    yield Operation("read a switch", "1", lambda: host.switch(switches[0]).info())
     yield Operation("list the switches", "1", lambda: list(host.switches))
 
 
@@ -114,18 +117,23 @@ def _changes(host: Host, switches: list[str], some: list[tuple[str, str]]) -> It
             set_one()
             raise KeyError
 
+    def in_transaction() -> None:
+        with lab.transaction():
+            set_one()
+
     yield Operation("set one VLAN, a commit", "1", set_one)
+    yield Operation("set one VLAN in a transaction", "1", in_transaction)
     yield Operation("a change that is refused", "1", refused)
     yield Operation("add and remove one port, two commits", "1", add_and_remove)
     yield Operation("plug a client in and out", "1", plug)
     yield Operation("one change, taken back", "1", rolled_back)
 
 
-def _whole(host: Host, count: int) -> Iterator[Operation]:
+def _whole(host: Host) -> Iterator[Operation]:
     images: list[bytes] = []
-    yield Operation("export the state", "n", lambda: images.append(host.store.image()), each=count)
-    yield Operation("import the state", "n", lambda: host.store.configure_from(images[-1]), each=count)
-    yield Operation("keep a snapshot and drop it", "n", _snapshot, each=count)
+    yield Operation("export the state", "n", lambda: images.append(host.store.image()))
+    yield Operation("import the state", "n", lambda: host.store.configure_from(images[-1]))
+    yield Operation("keep a snapshot and drop it", "n", _snapshot)
 
 
 def _snapshot() -> None:

@@ -8,6 +8,7 @@ import importlib
 import itertools
 import os
 import socket
+import time
 from collections.abc import Callable
 from pathlib import Path
 from typing import Any
@@ -19,6 +20,9 @@ _NEW_USER, _NEW_NET = 0x10000000, 0x40000000
 _GROUP = 7
 """The group of links by which ports are removed at once."""
 _ETHERTYPE = b"\x88\xb5"
+_PASSES = 10
+_AGEING = 10_000_000
+"""In hundredths of a second: longer than anything takes here."""
 _TAG_FLAGS = ["untagged", "pvid"]
 
 
@@ -68,7 +72,7 @@ class LinuxBridge(Peer):
 
     def _create(self, switch: str) -> None:
         filtering = {"br_vlan_filtering": 1} if self._has_vlans else {}
-        self._netlink.link("add", ifname=switch, kind="bridge", **filtering)
+        self._netlink.link("add", ifname=switch, kind="bridge", br_ageing_time=_AGEING, **filtering)
 
     def operations(self, switch: str, round_: int, count: int) -> dict[str, Callable[[], object]]:
         """A port is a pair of virtual interfaces, of which one end is the bridge's; VLANs where the kernel has them."""
@@ -131,16 +135,24 @@ class LinuxBridge(Peer):
         """Let frames in through a port, from every address."""
         netlink = self._netlink
         self._create(switch)
-        netlink.link("add", ifname="m0", kind="veth", peer={"ifname": "m0x"}, master=self._index(switch))
-        for name in (switch, "m0", "m0x"):
+        port, outside = f"{switch}p", f"{switch}x"
+        netlink.link("add", ifname=port, kind="veth", peer={"ifname": outside}, master=self._index(switch))
+        for name in (switch, port, outside):
             netlink.link("set", index=self._index(name), state="up")
-        destination = (0x02, 0x76, 0, 0, 0, 0)
+        destination = bytes((0x02, 0x76, 0, 0, 0, 0))
+        read = self.reading(switch)[peer.READ_MACS]
         with socket.socket(socket.AF_PACKET, socket.SOCK_RAW) as sender:
-            sender.bind(("m0x", 0))
-            for i in range(count):
-                sender.send(bytes(destination) + peer.mac(i) + _ETHERTYPE + bytes(46))
+            sender.bind((outside, 0))
+            # A port that was just plugged in does not learn yet, and a busy machine drops frames.
+            for _ in range(_PASSES):
+                for i in range(count):
+                    sender.send(destination + peer.mac(i) + _ETHERTYPE + bytes(46))
+                time.sleep(0.2)
+                if len(read()) == count:
+                    return
+        raise RuntimeError(f"the bridge does not learn {count} addresses")
 
-    def reading(self, switch: str) -> dict[str, Callable[[], object]]:
+    def reading(self, switch: str) -> dict[str, Callable[[], list[tuple[object, ...]]]]:
         """All entries that netlink dumps, but those of the interfaces themselves."""
         netlink = self._netlink
         bridge = self._index(switch)

@@ -127,13 +127,13 @@ class Servers:
     def vsctl(self, *arguments: str) -> str:
         """Run ovs-vsctl in a process, on this database alone."""
         command = [program("ovs-vsctl"), f"--db=unix:{self.database}", *arguments]
-        done = subprocess.run(command, env=self._environment, check=True, stdout=subprocess.PIPE, text=True)
+        done = subprocess.run(command, env=self._environment, check=True, capture_output=True, text=True)
         return done.stdout
 
     def appctl(self, *arguments: str) -> str:
         """Run ovs-appctl in a process, on this switch alone."""
         command = [program("ovs-appctl"), "-t", str(self.control), *arguments]
-        done = subprocess.run(command, env=self._environment, check=True, stdout=subprocess.PIPE, text=True)
+        done = subprocess.run(command, env=self._environment, check=True, capture_output=True, text=True)
         return done.stdout
 
     def stop(self) -> None:
@@ -178,10 +178,11 @@ class _OpenVSwitch(Peer):
             *("add-br", switch, "--", "set", "bridge", switch, "datapath_type=dummy", "fail-mode=standalone"),
             f"other-config:mac-table-size={2 * count}",
         )
-        self._servers.vsctl("add-port", switch, "m0", "--", "set", "interface", "m0", "type=dummy")
+        port = f"{switch}p"
+        self._servers.vsctl("add-port", switch, port, "--", "set", "interface", port, "type=dummy")
         control = Connection(self._servers.control)
         for i in range(count):
-            control.call("fdb/add", switch, "m0", str(i % 100), peer.mac(i).hex(":"))
+            control.call("fdb/add", switch, port, str(i % 100), peer.mac(i).hex(":"))
         control.close()
 
 

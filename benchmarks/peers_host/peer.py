@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 from abc import ABC, abstractmethod
-from collections.abc import Callable
+from collections.abc import Callable, Mapping
 from pathlib import Path
 from typing import ClassVar
 
@@ -17,7 +17,7 @@ READ_MACS = "read the MAC table as tuples"
 READ_COLUMNS = "read the MAC table as columns"
 DESTROY = "remove the switch with its ports"
 
-CHANGES = 50
+CHANGES = 20
 """How many changes are made one after the other, for the cost of each."""
 
 
@@ -69,6 +69,6 @@ class Peer(ABC):
         """Make entries of the MAC table, as fast as it can be done."""
         raise UnavailableError(f"{self.title} has no MAC table for {switch} and {count} entries")
 
-    def reading(self, switch: str) -> dict[str, Callable[[], object]]:
+    def reading(self, switch: str) -> Mapping[str, Callable[[], object]]:
         """The ways to read the MAC table."""
         raise UnavailableError(f"{self.title} has no MAC table for {switch}")

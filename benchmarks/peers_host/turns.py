@@ -147,10 +147,14 @@ def measure(ready: list[Worker], ports: int, rounds: int) -> dict[str, dict[str,
     """Nanoseconds by operation and peer. A first round, which fills caches, is not counted."""
     samples: dict[str, dict[str, list[float]]] = {}
     for number in range(rounds + 1):
+        spent: dict[str, float] = {}
         for worker in ready:
+            start = time.monotonic()
             for operation, taken in worker.ask("round", ports, number).items():
                 if number:
                     samples.setdefault(operation, {}).setdefault(worker.title, []).append(taken)
+            spent[worker.title] = time.monotonic() - start
+        report.progress("  round: " + ", ".join(f"{title} {taken:.1f} s" for title, taken in spent.items()))
     return _in_order(samples, ready)
 
 

@@ -6,6 +6,7 @@ import json
 from pathlib import Path
 from typing import Any
 
+import _libkestrel as flat
 import click
 import jsonschema
 import pytest
@@ -285,3 +286,16 @@ def test_every_command_has_help_that_fits_a_terminal(here: InProcess, name: str)
     assert answer.out.startswith(f"Usage: kestrel {name}")
     for param in LEAVES[name].options:
         assert param[1], f"{param[0]} has no help"
+
+
+def test_addresses_of_a_port_ask_no_other_port_for_its_number(here: InProcess, monkeypatch: pytest.MonkeyPatch) -> None:
+    real = flat.VSDVS_DvPortIDToPortID
+    asked: list[str] = []
+
+    def ask(switch: str, port: str) -> Any:
+        asked.append(port)
+        return real(switch, port)
+
+    monkeypatch.setattr(flat, "VSDVS_DvPortIDToPortID", ask)
+    assert "02:4b:00:00:00:01" in here("mac", "list", "dvs-office", "router").out
+    assert set(asked) == {"router"}
