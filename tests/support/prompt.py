@@ -5,6 +5,7 @@ from __future__ import annotations
 import json
 import os
 import pty
+import signal
 import subprocess
 import sys
 from dataclasses import dataclass
@@ -78,7 +79,9 @@ class InProcess:
         from libkestrel.cli import app
 
         self._capture.readouterr()
+        before = signal.getsignal(signal.SIGINT)  # which commands that have changed something ignore from then on
         code = app.run(["--host", str(self.path), *arguments])
+        signal.signal(signal.SIGINT, before)
         written = self._capture.readouterr()
         return Answer(code, written.out, written.err)
 

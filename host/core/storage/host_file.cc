@@ -161,6 +161,8 @@ std::unique_ptr<HostFile::Connection> HostFile::Connect() {
   Database &database = connection->database;
   connection->is_still = is_still;
   connection->is_read_only = database.IsReadOnly();
+  // Where opening for writing fails SQLite opens for reading, and stays with that when the failure is over.
+  if (may_write && connection->is_read_only) throw StorageError(ZEL_IO_ERROR);
   sqlite3_busy_handler(database.get(), WaitForTurn, this);
   // Until it is known to be ours, nothing in it is changed.
   sqlite3_db_config(database.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);

@@ -277,7 +277,8 @@ void ThrowStorageError(int result, sqlite3 *database) {
     case SQLITE_AUTH:
       throw StorageError(ZEL_NO_PERMISSION);
     case SQLITE_CANTOPEN:
-      throw StorageError(StatusOfErrno(system));
+      // The file itself was there. What cannot be made beside it SQLite tries to read then, and tells that it is not.
+      throw StorageError(system == ENOENT ? int{ZEL_IO_ERROR} : StatusOfErrno(system));
     case SQLITE_IOERR:
       if (result == SQLITE_IOERR_NOMEM) throw StorageError(ZEL_NO_MEMORY);
       throw StorageError(StatusOfErrno(system == ENOSPC || system == EDQUOT ? system : EIO));

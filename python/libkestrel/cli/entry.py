@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import signal
 import sys
 
 
@@ -18,4 +19,7 @@ def main() -> None:
 
         sys.stderr.write(f"{exits.INTERRUPTION}\n")
         sys.exit(exits.INTERRUPTED)
-    sys.exit(run(sys.argv[1:]))
+    code = run(sys.argv[1:])
+    # What is left is to leave the host file; dying of a Ctrl-C meanwhile would tell of an interruption.
+    signal.signal(signal.SIGINT, signal.SIG_IGN)
+    sys.exit(code)

@@ -62,4 +62,4 @@ def load(session: Session, name: str) -> Scenario:
     read(name)  # what is wrong with it is told before a host file is made
     session.new_host()
     with progress.shown(f"loading {path.name}"):
-        return load_scenario(path)  # a transaction of its own
+        return load_scenario(path, transaction=session.all_or_nothing())

@@ -146,6 +146,8 @@ class Session:
     def all_or_nothing(self) -> Iterator[bool]:
         """A block of changes that happen together, or not at all when it ends with an exception, Ctrl-C included.
 
+        Once they have happened, Ctrl-C is ignored for what is left of the command: it would say that nothing has
+        changed.
         Gives False on a platform that has no such transactions. Nothing is begun where changes are only looked at.
         """
         from libkestrel import lab
@@ -153,15 +155,15 @@ class Session:
         if self.check or not self._is_embedded():
             yield False
             return
-        before = None
+        before = signal.getsignal(signal.SIGINT)
         try:
             with lab.transaction():
                 yield True
                 # From here on it is done: a Ctrl-C no longer finds anything to take back.
-                before = signal.signal(signal.SIGINT, signal.SIG_IGN)
-        finally:
-            if before is not None:
-                signal.signal(signal.SIGINT, before)
+                signal.signal(signal.SIGINT, signal.SIG_IGN)
+        except BaseException:
+            signal.signal(signal.SIGINT, before)
+            raise
 
     def tell(self, changes: list[Any], *, show_each: bool = True) -> int:
         """Writes what has changed, or with --check what would; the exit code."""

@@ -24,14 +24,15 @@ _IDS = uuid.UUID("6f2b8a64-0d0b-5d8e-9a3c-3a1f0c5e7b21")
 """The name space of the ids that switches are given."""
 
 
-def load_scenario(path: str | os.PathLike[str]) -> Scenario:
+def load_scenario(path: str | os.PathLike[str], *, transaction: AbstractContextManager[Any] | None = None) -> Scenario:
     """Makes the host of this process what a scenario's file says, and sends the scenario's traffic.
 
     Whatever the host was before is gone. ScenarioError tells what is wrong with the scenario, or what the host
-    refused; the host is as it was then, to the last counter.
+    refused; the host is as it was then, to the last counter. A context manager as `transaction` is entered in place of
+    `lab.transaction()`, and has to do the same.
     """
     scenario = read_scenario(path)
-    _load(scenario, str(path), Path(path).parent)
+    _load(scenario, str(path), Path(path).parent, transaction)
     return scenario
 
 
@@ -50,9 +51,11 @@ class _RefusedError(Exception):
         super().__init__(place, message)
 
 
-def _load(scenario: Scenario, source: str, folder: Path) -> None:
+def _load(
+    scenario: Scenario, source: str, folder: Path, transaction: AbstractContextManager[Any] | None = None
+) -> None:
     try:
-        with life.transaction():
+        with life.transaction() if transaction is None else transaction:
             life.reset()
             _build(scenario, folder)
     except _RefusedError as refused:
