@@ -117,7 +117,7 @@ def test_a_port_tells_its_vlans_as_a_property(bench: host.Switch) -> None:
     assert (vlans().vlanID, len(vlans().vidRanges)) == (0, 0)
     port.vlan = host.AccessVlan(7)
     assert (vlans().vlanID, len(vlans().vidRanges)) == (7, 0)
-    port.vlan = host.TrunkVlan([(5, 9), (20, 20)])
+    port.vlan = host.TrunkVlan(((5, 9), (20, 20)))
     assert [(each.minVID, each.maxVID) for each in vlans().vidRanges] == [(5, 9), (20, 20)]
     with pytest.raises(errors.ReadOnly):
         port.properties[_libkestrel.ZEL_VDSPROP_PORT_VLAN] = bytes(vlans())
