@@ -312,8 +312,8 @@ class OvsRpc(_OpenVSwitch):
         return {peer.READ_MACS: lambda: _entries(control.call("fdb/show", switch))}
 
 
-def _insert(table: str, placeholder: str, **row: object) -> Operation:
-    return {"op": "insert", "table": table, "uuid-name": placeholder, "row": row}
+def _insert(table: str, label: str, **row: object) -> Operation:
+    return {"op": "insert", "table": table, "uuid-name": label, "row": row}
 
 
 class OvsDatabase(OvsRpc):

@@ -47,4 +47,4 @@ class Table:
 
 
 TABLE = Table()
-"""That of this session."""
+"""The one that a run of the tests fills."""

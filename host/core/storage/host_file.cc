@@ -23,10 +23,9 @@ using std::chrono::steady_clock;
 
 /** How soon a call that only reads sees that there is another file under the name. */
 constexpr std::chrono::milliseconds kLookInterval{100};
-/** The log is merged into the main file when it has so many pages. A process that opens the file reads the log. */
-/** 64 MiB at most, as far as pages are used: enough for a transaction of a million addresses to write each page once.
- */
+/** 64 MiB at most, of pages in use: enough for a transaction of a million addresses to write each of them once. */
 constexpr char kPagesInMemory[] = "PRAGMA cache_size = -65536";
+/** The log is merged into the main file when it has so many pages. A process that opens the file reads the log. */
 constexpr char kMergeAt[] = "PRAGMA wal_autocheckpoint = 512";
 
 // ---- Forks ----
