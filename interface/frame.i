@@ -297,11 +297,6 @@ if (!arg1) {
   %record_needed("$symname")
   memcpy($1, $input, $1_dim0);
 }
-%typemap(memberin,noblock=1,fragment="<string.h>") char * {
-  %record_needed("$symname")
-  free($1);
-  $1 = $input ? strdup($input) : NULL;
-}
 
 /* ---- Fixed and trailing arrays ---------------------------------------------------------------------------------
    Setters copy all elements from the memory that the pointer designates; null is an error. Arrays of length 0
@@ -354,7 +349,9 @@ SWIGINTERN int kestrel_exact_text(PyObject *obj, char *val, size_t size) {
 
 /** A text that a record owns is replaced by a copy of another; there it stays when there is no memory for that. */
 %typemap(memberin) char * {
-  char *copy = $input ? strdup($input) : NULL;
+  char *copy;
+  %record_needed("$symname")
+  copy = $input ? strdup($input) : NULL;
   if ($input && !copy) {
     PyErr_NoMemory();
     SWIG_fail;
