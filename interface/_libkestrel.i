@@ -10,3 +10,11 @@
 %include "records.i"
 %include "switch_control.i"
 %include "state_store.i"
+
+/* Behind all that is published. */
+%init %{
+  if (PyErr_Occurred()) {
+    Py_DECREF(m);
+    return NULL;
+  }
+%}

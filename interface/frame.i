@@ -261,9 +261,44 @@ SWIGINTERN int kestrel_complete_pointer_object(void) {
 }
 %}
 
+/* ---- Making the module without memory --------------------------------------------------------------------------
+   The runtime checks nothing of what it makes for the module. These stop where something could not be made, so that
+   importing raises MemoryError, and works when it is tried again. */
+%header %{
+/* Types that stand in static memory; a failure leaves them half made, and the runtime takes them for whole then. */
+SWIGINTERN int kestrel_types_are_ready(void) {
+  PyTypeObject *types[] = {SwigPyObject_type(), SwigPyPacked_type(), swig_varlink_type()};
+  size_t i;
+  if (PyErr_Occurred()) return 0;
+  for (i = 0; i < sizeof types / sizeof *types; ++i) {
+    if (!types[i] || (!(types[i]->tp_flags & Py_TPFLAGS_READY) && PyType_Ready(types[i]) < 0)) return 0;
+  }
+  return 1;
+}
+
+SWIGINTERN PyObject *kestrel_make_module(struct PyModuleDef *definition) {
+  if (kestrel_types_are_ready() && SWIG_This() && SWIG_Python_TypeCache()) {
+    return PyModule_Create2(definition, PYTHON_API_VERSION);
+  }
+  return PyErr_Occurred() ? NULL : PyErr_NoMemory();
+}
+#undef PyModule_Create
+#define PyModule_Create(definition) kestrel_make_module(definition); \
+  if (!m) return NULL
+
+/* The first failure stays pending, and what follows it is not made; the end of the initialisation looks for it. */
+SWIGINTERN void kestrel_set_constant(PyObject *dictionary, const char *name, PyObject *value) {
+  if (value && !PyErr_Occurred()) PyDict_SetItemString(dictionary, name, value);
+  Py_XDECREF(value);
+}
+#define SWIG_Python_SetConstant(dictionary, name, value) kestrel_set_constant(dictionary, name, value)
+%}
+
 %init %{
-  if (PyModule_AddFunctions(m, kestrel_runtime_methods) < 0 || kestrel_complete_pointer_object() < 0) {
+  if (PyErr_Occurred() || PyModule_AddFunctions(m, kestrel_runtime_methods) < 0 ||
+      kestrel_complete_pointer_object() < 0) {
     if (!PyErr_Occurred()) PyErr_SetString(PyExc_ImportError, "the pointer object lacks a method");
+    Py_DECREF(m);
     return NULL;
   }
 %}

@@ -199,7 +199,7 @@ class ForkedSweep(Sweep):
             self.report.problems.append(f"without any fault: {clean['died']}")
             return self.report
         self.report.points = clean["asked"]
-        for forever in (False, True):
+        for forever in (False,) if self._work.recovers else (False, True):
             for nth in chosen(self.report.points):
                 found = self._in_child(nth, forever)
                 self.report.forever += forever

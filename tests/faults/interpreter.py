@@ -20,6 +20,7 @@ from faults.allocations import Allocator, sweep
 from faults.work import Work
 
 WORKS = {
+    "imports": "import_works.imports",
     "constructors": "module_works.constructors",
     "members": "module_works.members",
     "owned texts": "module_works.owned_texts",

@@ -33,3 +33,5 @@ class Work:
     """Whether None is how it says that there is no memory."""
     dies_with_the_process: bool = False
     """Whether it can be done only once in the life of a process, so that each try has one of its own."""
+    recovers: bool = False
+    """Whether memory always comes back after the one allocation that failed."""

@@ -9,6 +9,7 @@
 #include "host/core/base/errors.h"
 #include "host/core/properties/property_table.h"
 #include "tests/fuzz/steps.h"
+#include "tests/host/native/support/nic_link.h"
 #include "tests/host/native/support/test_host.h"
 
 namespace kestrel::host {
@@ -78,7 +79,7 @@ class Life {
         host_->AdvanceClock(std::chrono::milliseconds(20 * steps_.Byte()));
         break;
       case 4:
-        host_->SetNicLink(steps_.Choice(2) == 0 ? "nic-l" : "nic-r", steps_.Choice(2) == 0 ? kUp : kDown);
+        SetNicLink(*host_, steps_.Choice(2) == 0 ? "nic-l" : "nic-r", steps_.Choice(2) == 0 ? kUp : kDown);
         break;
       default:
         Send();

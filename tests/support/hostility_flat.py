@@ -390,9 +390,10 @@ class Flat:
         one, other = self.random.sample(places, 2)
         again = given[one]
         given[other] = Given(again.value, f"again {again.label}", address=again.address, stale=again.stale)
-        alike = self._alike(call.arguments[one].target, call.arguments[other].target)
-        stands = call.arguments[other].target == "void" or call.arguments[other].target in HANDLES
-        given[other].refused = not alike and not stands
+        targets = [call.arguments[place].target for place in (one, other)]
+        # What goes as any pointer may be of the wanted type.
+        anything = any(target == "void" or target in HANDLES for target in targets)
+        given[other].refused = not anything and not self._alike(*targets)
 
     # ---- Calls ----
 
