@@ -39,8 +39,8 @@ class Steps {
 
   /** A length in two bytes, and at most so many bytes. */
   std::string Bytes() {
-    const std::size_t size = std::min<std::size_t>(Number(2), rest_.size());
-    return Take(size);
+    const std::size_t wanted = Number(2);  // which shortens the rest
+    return Take(std::min(wanted, rest_.size()));
   }
 
   /** Everything that is left. */

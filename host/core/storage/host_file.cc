@@ -23,8 +23,6 @@ using std::chrono::steady_clock;
 
 /** How soon a call that only reads sees that there is another file under the name. */
 constexpr std::chrono::milliseconds kLookInterval{100};
-/** 64 MiB at most, of pages in use: enough for a transaction of a million addresses to write each of them once. */
-constexpr char kPagesInMemory[] = "PRAGMA cache_size = -65536";
 /** The log is merged into the main file when it has so many pages. A process that opens the file reads the log. */
 constexpr char kMergeAt[] = "PRAGMA wal_autocheckpoint = 512";
 
@@ -182,7 +180,7 @@ std::unique_ptr<HostFile::Connection> HostFile::Connect() {
 void HostFile::Prepare(Connection &connection) {
   Database &database = connection.database;
   database.Execute("PRAGMA cell_size_check = ON; PRAGMA secure_delete = OFF; PRAGMA temp_store = MEMORY");
-  database.Execute(kPagesInMemory);
+  database.Execute(("PRAGMA cache_size = -" + std::to_string(cache_size_)).c_str());
   // As of one moment: another process may just be making it.
   connection.begin_reading.Run();
   const bool is_empty = IsEmpty(database);

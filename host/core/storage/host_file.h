@@ -59,7 +59,10 @@ class KESTREL_HOST_EXPORT HostFile {
   /** Leaves the file; the next operation opens it again. */
   void Leave() noexcept;
 
+  /** How long a change waits for its turn. */
   void SetPatience(std::chrono::milliseconds patience) { patience_ = patience; }
+  /** How much of the file is kept in memory at most, in KiB. Holds when the file is opened next. */
+  void SetCache(int size) { cache_size_ = size; }
 
   /** Around a fork: no connection may be in two processes. */
   void BeforeFork() noexcept;
@@ -141,6 +144,8 @@ class KESTREL_HOST_EXPORT HostFile {
   /** Whether a parent process had a transaction open when it made this one. */
   bool is_inherited_ = false;
   std::chrono::milliseconds patience_ = kDefaultPatience;
+  /** KiB of pages in use: enough for a transaction of a million addresses to write each of them once. */
+  int cache_size_ = 64 << 10;
   std::chrono::steady_clock::time_point give_up_{};
 };
 

@@ -417,7 +417,7 @@ INSTANTIATE_TEST_SUITE_P(Kinds, FailuresOfChanges, testing::Range(std::size_t{0}
 TEST_F(StorageFailures, OfAGroupOfChangesTakeAllOfIt) {
   // A cache of few pages, which the group overflows: pages are written long before the end.
   MakeFile(folder_);
-  Execute(path(), "PRAGMA default_cache_size = 10; PRAGMA wal_checkpoint(TRUNCATE)");
+  Execute(path(), "PRAGMA wal_checkpoint(TRUNCATE)");
   const std::string contents = ContentsOf(path());
   constexpr int kChanges = 8;
   const std::string value(std::size_t{4} * kPage, 'v');
@@ -428,6 +428,7 @@ TEST_F(StorageFailures, OfAGroupOfChangesTakeAllOfIt) {
       for (const char *suffix : {"-wal", "-shm"}) fs::remove(path() + suffix);
       Write(path(), contents);
       HostFile file(path(), MakeTestHost);
+      file.SetCache(40);
       file.Refresh();
       const std::string before = DumpOf(file.host());
       const std::uint64_t count = StorageOperations(StorageOperation::kWrite);
