@@ -196,5 +196,5 @@ def test_odd_classes_raise_at_most(cls: str) -> None:
         "            pass\n"
         "print('alive')\n"
     )
-    assert done.stdout.endswith("alive\n"), done
+    assert "alive\n" in done.stdout, done
     assert done.returncode == 0, done
