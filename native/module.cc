@@ -47,7 +47,11 @@ PyMODINIT_FUNC PyInit__records() {
   using namespace kestrel::records;
   Ref module(PyModule_Create(&definition));
   for (auto *add : {AddMacAddress, AddField, AddRecord, AddTable, AddArray, AddRows}) {
-    if (!module || add(module.get()) < 0) return nullptr;
+    if (module && add(module.get()) == 0) continue;
+    // A type that ends clears the error, here or on the way out of what added it; nothing else than memory is missing.
+    module.reset();
+    if (!PyErr_Occurred()) PyErr_NoMemory();
+    return nullptr;
   }
   return module.release();
 }

@@ -727,8 +727,12 @@ Special SpecialOf(std::string_view name) {
 int Describe(RecordClass *cls) {
   const std::uint32_t count = cls->spec->fields;
   cls->descriptors = static_cast<PyObject **>(PyMem_Calloc(count + 1, sizeof(PyObject *)));
+  if (!cls->descriptors) {
+    PyErr_NoMemory();
+    return -1;
+  }
   const Ref names(PyTuple_New(count));
-  if (!cls->descriptors || !names) return -1;
+  if (!names) return -1;
   for (std::uint32_t i = 0; i < count; ++i) {
     const Kind kind = cls->fields[i].element.kind;
     cls->points |= kind == Kind::kPointer || kind == Kind::kOwnedText;
@@ -744,14 +748,22 @@ int Register(RecordClass *cls, PyObject *flat) {
   const std::string name = std::string(cls->spec->name) + "_swigregister";
   const Ref function(PyObject_GetAttrString(flat, name.c_str()));
   if (!function) {  // plain arrays have none
+    if (!PyErr_ExceptionMatches(PyExc_AttributeError)) return -1;
     PyErr_Clear();
     return 0;
   }
   const Ref destroy(PyObject_GetAttrString(flat, (std::string("delete_") + cls->spec->name).c_str()));
   if (!destroy || PyDict_SetItemString(cls->type->tp_dict, "__swig_destroy__", destroy.get()) < 0) return -1;
   const Ref done(PyObject_CallOneArg(function.get(), reinterpret_cast<PyObject *>(cls->type)));
-  cls->registered = true;
+  cls->registered = static_cast<bool>(done);
   return done ? 0 : -1;
+}
+
+/** Lets go of a class that could not be finished. */
+void Forget(RecordClass *cls) {
+  for (std::uint32_t i = 0; cls->descriptors && i < cls->spec->fields; ++i) Py_XDECREF(cls->descriptors[i]);
+  PyMem_Free(cls->descriptors);
+  *cls = RecordClass();
 }
 
 int Make(RecordClass *cls, const RecordSpec &spec, PyObject *base, PyObject *flat) {
@@ -765,7 +777,10 @@ int Make(RecordClass *cls, const RecordSpec &spec, PyObject *base, PyObject *fla
   if (!made) return -1;
   auto *type = reinterpret_cast<PyTypeObject *>(made.get());
   cls->type = type;
-  if (Describe(cls) < 0 || Register(cls, flat) < 0) return -1;
+  if (Describe(cls) < 0 || Register(cls, flat) < 0) {
+    Forget(cls);
+    return -1;
+  }
   reinterpret_cast<RecordType *>(type)->cls = cls;
   type->tp_new = NewByTuple;
   type->tp_dealloc = Dealloc;
@@ -810,14 +825,19 @@ PyObject *MakeClasses(PyObject *, PyObject *args) {
       return nullptr;
     }
   }
-  if (classes[0].type) {
+  // Importing that failed half way is tried again with the bases that it had.
+  static PyObject *first_base = nullptr;
+  if (first_base && first_base != record_base) {
     PyErr_SetString(PyExc_RuntimeError, "the classes are made already");
     return nullptr;
   }
   if (FindPointers(flat) < 0) return nullptr;
+  if (!first_base) first_base = Py_NewRef(record_base);
   const Ref made(PyDict_New());
   for (std::size_t i = 0; made && i < std::size(kRecords); ++i) {
-    if (Make(&classes[i], kRecords[i], kRecords[i].table ? table_base : record_base, flat) < 0) return nullptr;
+    if (!classes[i].type && Make(&classes[i], kRecords[i], kRecords[i].table ? table_base : record_base, flat) < 0) {
+      return nullptr;
+    }
     if (PyDict_SetItemString(made.get(), kRecords[i].name, reinterpret_cast<PyObject *>(classes[i].type)) < 0) {
       return nullptr;
     }

@@ -16,6 +16,9 @@ EXTENSIONS = ("_libkestrel", "libkestrel._records")
 PACKAGES = ("libkestrel", "libkestrel.records", "libkestrel.enums")
 """Modules in Python. Others make dataclasses, which is the work of the interpreter's compiler."""
 
+KEPT = ("libkestrel._records", "libkestrel._bases")
+"""What is there once in the life of a process."""
+
 
 def _extension(name: str) -> Call:
     sys.modules.pop(name, None)
@@ -26,7 +29,7 @@ def _extension(name: str) -> Call:
 
 def _forgotten(name: str) -> Call:
     for known in [each for each in sys.modules if each.partition(".")[0] == "libkestrel"]:
-        if known not in EXTENSIONS:
+        if known not in KEPT:
             del sys.modules[known]
     return importlib.import_module, (name,)
 

@@ -18,7 +18,8 @@ ROWS = 3
 
 def made(cls: Any) -> Any:
     """A record of a class; of one with rows, with some."""
-    if not issubclass(cls, Table) or cls.__name__ == "VSRuntimeOptions":  # whose number is one of bytes
+    # The number of the one is one of bytes; flags of the other say whether it has any.
+    if not issubclass(cls, Table) or cls.__name__ in ("VSRuntimeOptions", "zel_GREHdr"):
         return cls()
     return cls(ROWS)
 
