@@ -1,4 +1,5 @@
 /* The life of the host as a whole. */
+#include <cstring>
 #include <map>
 #include <memory>
 
@@ -20,14 +21,18 @@ std::map<zel_uint64, std::unique_ptr<const Host>> &Snapshots() {
 
 zel_uint64 last_snapshot = 0;
 
-std::unique_ptr<Host> MakeHost(KestrelLabBeginning beginning) {
-  switch (beginning) {
+std::unique_ptr<Host> MakeHost(const KestrelLabBeginning &beginning) {
+  int number = 0;  // an enumeration of C holds any
+  static_assert(sizeof number == sizeof beginning);
+  std::memcpy(&number, &beginning, sizeof number);
+  switch (number) {
     case KESTREL_LAB_EMPTY:
       return std::make_unique<Host>();
     case KESTREL_LAB_SAMPLE:
       return MakeSampleHost();
+    default:
+      throw Refusal(ZEL_BAD_PARAM, "a host begins empty or as the sample");
   }
-  throw Refusal(ZEL_BAD_PARAM, "a host begins empty or as the sample");
 }
 
 }  // namespace
