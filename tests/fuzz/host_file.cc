@@ -9,6 +9,7 @@
 
 #include "host/core/base/errors.h"
 #include "host/core/frames/mac_address.h"
+#include "tests/fuzz/ensure.h"
 #include "tests/fuzz/steps.h"
 #include "tests/host/native/support/test_host.h"
 

@@ -14,6 +14,7 @@
 #include "host/core/runtime_options.h"
 #include "host/core/teaming/team_runtime.h"
 #include "host/core/traffic/port_runtime.h"
+#include "tests/fuzz/ensure.h"
 #include "tests/fuzz/steps.h"
 
 using namespace kestrel::host;

@@ -3,21 +3,17 @@
  * Input: the length of the frame (one byte), its VLAN (one byte), the frame, the table. */
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <optional>
 #include <string_view>
 
 #include "host/core/base/errors.h"
 #include "host/core/mirroring/mirroring.h"
+#include "tests/fuzz/ensure.h"
 #include "tests/host/native/support/test_host.h"
 
 using namespace kestrel::host;
 
 namespace {
-
-void Require(bool condition) {
-  if (!condition) std::abort();
-}
 
 /** Nothing for bytes that are no table. What a table was taken apart into makes the same table again, unless it shares
     so much that it is too long without. */
@@ -30,9 +26,9 @@ std::optional<MirrorTable> TableIn(std::string_view packed) {
   }
   try {
     const std::string own_slots = Pack(*table);
-    Require(Pack(MirrorTableOf(own_slots)) == own_slots);
+    Ensure(Pack(MirrorTableOf(own_slots)) == own_slots);
   } catch (const StatusError &refusal) {
-    Require(refusal.status() == ZEL_LIMIT_EXCEEDED);
+    Ensure(refusal.status() == ZEL_LIMIT_EXCEEDED);
   }
   return table;
 }
@@ -52,8 +48,8 @@ void Pass(Host &host, const Frame &frame, VlanId vlan) {
     for (const auto direction : {MirrorDirection::kIn, MirrorDirection::kOut}) {
       const Port &port = owner.config.PortNamed(name);
       for (const MirrorCopy &copy : MirrorCopies(host, owner, port, direction, vlan, frame)) {
-        Require(owner.config.ports().Find(copy.port)->client.has_value());
-        Require(FrameIn(copy.bytes).has_value());
+        Ensure(owner.config.ports().Find(copy.port)->client.has_value());
+        Ensure(FrameIn(copy.bytes).has_value());
       }
     }
   }
@@ -62,7 +58,7 @@ void Pass(Host &host, const Frame &frame, VlanId vlan) {
     if (progress == nullptr) continue;
     const MirrorCounters &counters = progress->counters;
     const std::uint64_t seen = counters.mirrored + counters.discarded + counters.failed;
-    Require(seen >= 1 && seen <= 4 && counters.mirrored <= counters.copies && progress->passed <= seen);
+    Ensure(seen >= 1 && seen <= 4 && counters.mirrored <= counters.copies && progress->passed <= seen);
   }
 }
 

@@ -1,9 +1,7 @@
 /* Fuzzes what multicast tables make of frames. The input is a row of steps: a byte that says what happens, and for a
    frame its size in two bytes and its bytes. Checksums are repaired in most frames, so that the fuzzer gets behind
    them. Broken invariants abort. */
-#include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -13,15 +11,13 @@
 #include "host/core/multicast/group_codes.h"
 #include "host/core/multicast/multicast_table.h"
 #include "kestrel/constants.h"
+#include "tests/fuzz/ensure.h"
+#include "tests/fuzz/steps.h"
 
 namespace kestrel::host {
 namespace {
 
 using Octets = std::vector<std::uint8_t>;
-
-void Check(bool holds) {
-  if (!holds) std::abort();
-}
 
 /** Sets the checksum field at `offset` of some bytes so that they add up, whatever `more` they are added to. */
 void Repair(Octets &bytes, std::size_t start, std::size_t size, std::size_t field, InternetChecksum more = {}) {
@@ -60,45 +56,38 @@ void RepairIpV6(Octets &frame) {
 void CheckQuery(const GroupQuery &query) {
   if (query.generation == Generation::kJoin || IsUnspecified(query.router)) return;
   const auto bytes = WriteQueryFrame(query, {2, 0, 0, 0, 0, 1});
-  Check(ReadGroupMessage(Frame(bytes)) == GroupMessage(query));
+  Ensure(ReadGroupMessage(Frame(bytes)) == GroupMessage(query));
 }
 
 class Run {
  public:
-  explicit Run(FrameBytes input) : rest_(input) {}
+  explicit Run(Steps input) : steps_(input) {}
 
   void Go() {
-    while (!rest_.empty()) Step(Next());
+    while (!steps_.AtEnd()) Step(steps_.Byte());
     const std::string saved = table_.Save();
-    Check(MulticastTable::Load(saved) == table_);
+    Ensure(MulticastTable::Load(saved) == table_);
     for (PortId port = 0; port < kPorts; ++port) table_.ForgetPort(port);
-    for (PortId port = 0; port < kPorts; ++port) Check(table_.GroupsOf(port).empty());
+    for (PortId port = 0; port < kPorts; ++port) Ensure(table_.GroupsOf(port).empty());
   }
 
  private:
   static constexpr PortId kPorts = 3;
 
-  std::uint8_t Next() {
-    if (rest_.empty()) return 0;
-    const std::uint8_t byte = rest_.front();
-    rest_ = rest_.subspan(1);
-    return byte;
-  }
-
   void Step(std::uint8_t what) {
     const PortId port = what % kPorts;
     switch (what / kPorts % 8) {
       case 0:
-        now_ = Later(now_, std::chrono::seconds(Next()));
+        now_ = Later(now_, std::chrono::seconds(steps_.Byte()));
         table_.Expire(now_);
         table_.TakeQuestions(now_, settings_);
         table_.TakeGeneralQuery(now_, settings_);
         break;
       case 1:
-        if (Next() % 16 == 0) table_.ForgetPort(port);
+        if (steps_.Byte() % 16 == 0) table_.ForgetPort(port);
         break;
       case 2:
-        settings_.ages = Next() % 4 != 0;
+        settings_.ages = steps_.Byte() % 4 != 0;
         table_.Follow(settings_, now_);
         break;
       default:
@@ -108,12 +97,9 @@ class Run {
   }
 
   void Hear(PortId port, VlanId vlan, bool repairs) {
-    const std::size_t high = Next();
-    const std::size_t wanted = high << 8 | Next();
-    const std::size_t size = std::min(wanted, rest_.size());
-    Octets bytes(rest_.begin(), rest_.begin() + static_cast<std::ptrdiff_t>(size));
-    rest_ = rest_.subspan(size);
-    if (size < kEthernetHeaderSize) return;
+    const std::string sent = steps_.Bytes();
+    if (sent.size() < kEthernetHeaderSize) return;
+    Octets bytes(sent.begin(), sent.end());
     if (repairs) WordAt(bytes, 12) == ZEL_ETH_TYPE_IPV4 ? RepairIpV4(bytes) : RepairIpV6(bytes);
     bytes.shrink_to_fit();
     try {
@@ -123,14 +109,14 @@ class Run {
       table_.Note(port, vlan, message, now_, settings_);
       for (PortId to = 0; to < kPorts; ++to) {
         table_.Wants(to, vlan, frame);
-        Check(table_.GroupsOf(to).size() <= kMaxGroupsOfPort);
+        Ensure(table_.GroupsOf(to).size() <= kMaxGroupsOfPort);
       }
     } catch (const StatusError &) {
       // Too short for its tags: none that a switch would look at.
     }
   }
 
-  FrameBytes rest_;
+  Steps steps_;
   MulticastTable table_;
   MulticastSettings settings_{.asks = true};
   TimePoint now_{0};

@@ -3,10 +3,10 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 #include "host/core/base/errors.h"
+#include "tests/fuzz/ensure.h"
 
 using namespace kestrel::host;
 using namespace kestrel::host::lab;
@@ -20,7 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const bool same = std::ranges::equal(packets, again, [](const PcapPacket &left, const PcapPacket &right) {
       return left.time == right.time && std::ranges::equal(left.bytes, right.bytes);
     });
-    if (!same) std::abort();
+    Ensure(same);
   } catch (const StatusError &) {  // NOLINT(bugprone-empty-catch): a refusal is one of the two good ends
   }
   return 0;

@@ -1,6 +1,5 @@
 /* Images that nobody wrote: refused by name, or the state that they give is written as the same image again. */
 #include <cstdint>
-#include <cstdlib>
 #include <random>
 #include <string>
 #include <string_view>
@@ -9,6 +8,7 @@
 #include "host/core/host.h"
 #include "host/core/images/port_image.h"
 #include "host/core/images/state_image.h"
+#include "tests/fuzz/ensure.h"
 #include "tests/fuzz/image_input.h"
 #include "tests/fuzz/image_spans.h"
 
@@ -16,10 +16,6 @@ extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t *data, std::size_t size, st
 
 namespace kestrel::host {
 namespace {
-
-void Require(bool condition) {
-  if (!condition) std::abort();
-}
 
 /** The status of an operation. */
 template <typename Operation>
@@ -53,61 +49,61 @@ void Furnish(Host &host, const std::vector<SwitchState> &switches) {
 void TakeState(const std::string &image, std::uint32_t version) {
   std::vector<SwitchState> switches;
   const int status = StatusOf([&] { switches = StateOfImage(image); });
-  Require(status == ZEL_OK || status == ZEL_INVALID_METADATA);
+  Ensure(status == ZEL_OK || status == ZEL_INVALID_METADATA);
   Host host;
   Furnish(host, switches);
   const std::string before = host.ImageOfState(), saved_before = host.ImageOfSavedState();
-  Require(StatusOf([&] { host.InitState(image); }) == status);
+  Ensure(StatusOf([&] { host.InitState(image); }) == status);
   if (status != ZEL_OK) {
-    Require(StatusOf([&] { host.ReplaceConfig(image); }) == status);
-    Require(host.ImageOfState() == before && host.ImageOfSavedState() == saved_before);
+    Ensure(StatusOf([&] { host.ReplaceConfig(image); }) == status);
+    Ensure(host.ImageOfState() == before && host.ImageOfSavedState() == saved_before);
     return;
   }
   const std::string after = host.ImageOfState();
-  Require(version != kNewestVersion || after == image);
+  Ensure(version != kNewestVersion || after == image);
   const std::string saved = host.ImageOfSavedState();
   host.AdvanceClock(std::chrono::seconds(1000));
   host.Sanitize();
   host.InitState(after);
-  Require(host.ImageOfState() == after && host.ImageOfSavedState() == saved);
+  Ensure(host.ImageOfState() == after && host.ImageOfSavedState() == saved);
 
   const int replaced = StatusOf([&] { host.ReplaceConfig(before); });
-  Require(replaced == ZEL_OK || host.ImageOfState() == after);
+  Ensure(replaced == ZEL_OK || host.ImageOfState() == after);
   host.LoadConfig();
-  Require(StatusOf([&] { host.InitState(before); }) == ZEL_OK);
-  Require(host.ImageOfState() == before && host.ImageOfSavedState() == saved_before);
+  Ensure(StatusOf([&] { host.InitState(before); }) == ZEL_OK);
+  Ensure(host.ImageOfState() == before && host.ImageOfSavedState() == saved_before);
 }
 
 void TakePort(const std::string &image, std::uint32_t version) {
   PortState port;
   const int status = StatusOf([&] { port = PortOfImage(image); });
-  Require(status == ZEL_OK || status == ZEL_INVALID_METADATA);
+  Ensure(status == ZEL_OK || status == ZEL_INVALID_METADATA);
   const OpenedImage opened = OpenImage(image);
   if (status == ZEL_OK && version == kNewestVersion) {
-    Require(opened.kind == ImageKind::kPort ? ImageOfPort(port, version) == image
-                                            : ImageOfProperties(port.properties.in_use, version) == image);
+    Ensure(opened.kind == ImageKind::kPort ? ImageOfPort(port, version) == image
+                                           : ImageOfProperties(port.properties.in_use, version) == image);
   }
   Host host;
   Furnish(host, {});
   const std::string before = host.ImageOfState();
   const int added = StatusOf([&] { host.AddPortOfImage("dvs-1", "new", image); });
-  Require(status == ZEL_OK || added == status);
+  Ensure(status == ZEL_OK || added == status);
   if (added != ZEL_OK) {
-    Require(host.ImageOfState() == before);
+    Ensure(host.ImageOfState() == before);
     return;
   }
   PortState replicated = port;
-  Require(PortOfImage(host.ImageOfPortInUse("dvs-1", "new")).external_id == replicated.external_id);
+  Ensure(PortOfImage(host.ImageOfPortInUse("dvs-1", "new")).external_id == replicated.external_id);
   const std::string after = host.ImageOfState();
   host.InitState(after);
-  Require(host.ImageOfState() == after);
+  Ensure(host.ImageOfState() == after);
 }
 
 void Run(std::string_view input) {
   // As it is, which the frame refuses.
   const int status = StatusOf([&] { OpenImage(input); });
-  Require(status == ZEL_INVALID_METADATA || status == ZEL_VERSION_MISMATCH_MAJOR || status == ZEL_CHECKSUM_MISMATCH ||
-          status == ZEL_VERSION_MISMATCH_MINOR || status == ZEL_OK);
+  Ensure(status == ZEL_INVALID_METADATA || status == ZEL_VERSION_MISMATCH_MAJOR || status == ZEL_CHECKSUM_MISMATCH ||
+         status == ZEL_VERSION_MISMATCH_MINOR || status == ZEL_OK);
   if (input.size() < kImageInputHead) return;
   const std::string image = ImageOfInput(input);
   if (KindOfInput(input) == ImageKind::kState) {

@@ -4,16 +4,10 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <span>
 #include <string>
 
 namespace kestrel::host {
-
-/** Ends the process, which is how a fuzzer learns that something is wrong. */
-inline void Ensure(bool holds) {
-  if (!holds) std::abort();
-}
 
 class Steps {
  public:

@@ -8,6 +8,7 @@
 
 #include "host/core/base/errors.h"
 #include "host/core/properties/property_table.h"
+#include "tests/fuzz/ensure.h"
 #include "tests/fuzz/steps.h"
 #include "tests/host/native/support/nic_link.h"
 #include "tests/host/native/support/test_host.h"

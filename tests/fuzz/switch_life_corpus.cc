@@ -1,11 +1,10 @@
-/* Writes what the fuzzing of a switch's life starts from: the value that each key has of itself, and frames of each
-   kind through each port: switch_life_corpus <folder> */
-#include <cstdio>
-#include <fstream>
+/* What the fuzzing of a switch's life starts from: the value that each key has of itself, and frames of each
+   kind through each port. */
 #include <string>
 
 #include "host/core/base/errors.h"
 #include "host/core/properties/property_table.h"
+#include "tests/fuzz/corpus.h"
 #include "tests/host/native/support/group_frames.h"
 #include "tests/host/native/support/test_host.h"
 
@@ -41,21 +40,16 @@ std::string SetValue(char place, const PropertyRow &row, const Host &host, const
   return step + Sized(value) + SentFrame(0, frame);
 }
 
-bool Write(const std::string &path, const std::string &input) {
-  std::ofstream file(path, std::ios::binary);
-  file << input;
-  return !file.fail();
-}
+}  // namespace
 
-bool WriteAll(const std::string &folder) {
+void WriteInputs(const Corpus &corpus) {
   const auto host = MakeTestHost();
   const IpAddress group = GroupOf(IpVersion::kIpV4, 1);
   const Octets data = DataFrame(SourceOf(IpVersion::kIpV4, 1), group);
-  bool is_written = true;
   char place = 0;
   for (const PropertyRow &row : PropertyRows()) {
-    const std::string input = SetValue(place, row, *host, data);
-    is_written = Write(folder + "/value-" + std::to_string(place++), input) && is_written;
+    corpus.Write("value-" + std::to_string(place), SetValue(place, row, *host, data));
+    ++place;
   }
   Octets tagged(data);
   tagged.insert(tagged.begin() + 12, {0x81, 0, 0, 7});
@@ -67,16 +61,7 @@ bool WriteAll(const std::string &folder) {
     for (const Octets &frame : {data, tagged, slow, JoinFrame(Generation::kLeave, group)})
       all += SentFrame(port, frame);
   }
-  return Write(folder + "/frames", all) && is_written;
+  corpus.Write("frames", all);
 }
 
-}  // namespace
 }  // namespace kestrel::host
-
-int main(int argc, char **argv) {
-  if (argc != 2) {
-    std::fprintf(stderr, "usage: %s <folder>\n", argv[0]);
-    return 2;
-  }
-  return kestrel::host::WriteAll(argv[1]) ? 0 : 1;
-}
