@@ -43,7 +43,7 @@ test-module: build $(VENV)/installed
 	LD_LIBRARY_PATH=$(RECORDER) PYTHONPATH=$(CURDIR)/build/dev/tests/second_module $(PYTHON) -m pytest tests/module
 	LD_LIBRARY_PATH=$(RECORDER) $(PYTHON) -m pytest tests/hostile/test_runs.py
 
-## test-host: scripts and examples on the embedded host
+## test-host: scripts and examples on the embedded host, wrong calls in short, and the tools
 test-host: $(VENV)/installed
 	$(PYTHON) -m pytest tests/host tests/tools tests/hostile
 
@@ -83,8 +83,8 @@ test-references: $(VENV)/memory
 	cmake --preset debug-python >build/configure-debug.log || { cat build/configure-debug.log; exit 1; }
 	cmake --build --preset debug-python
 	cmake --install build/debug-python >/dev/null
-	tools/counted build/debug-python tests/module/test_leaks.py
-	tools/counted build/debug-python tests/package/test_records_leaks.py
+	tools/counted build/debug-python module tests/module/test_leaks.py
+	tools/counted build/debug-python package tests/package/test_records_leaks.py
 
 ## test-memcheck: the demo under valgrind
 test-memcheck: $(VENV)/memory $(VENV)/installed

@@ -165,19 +165,11 @@ def test_a_pipe_that_is_closed_early_is_no_error_of_ours(office: Process) -> Non
         assert done.stderr == ""
 
 
-def test_a_full_disk_under_the_output_is_an_error(office: Process) -> None:
+@pytest.mark.parametrize("arguments", [("port", "list", "dvs-office"), ("state", "export", "-")])
+def test_a_full_disk_under_the_output_is_an_error(office: Process, arguments: tuple[str, ...]) -> None:
     with Path("/dev/full").open("w") as full:
         done = subprocess.run(
-            [*COMMAND, "port", "list", "dvs-office"],
-            stdout=full, stderr=subprocess.PIPE, text=True, check=False, env=office.environment(),
-        )  # fmt: skip
-    assert (done.returncode, done.stderr) == (1, "kestrel: No space left on device\n")
-
-
-def test_a_full_disk_under_an_image_is_an_error(office: Process) -> None:
-    with Path("/dev/full").open("w") as full:
-        done = subprocess.run(
-            [*COMMAND, "state", "export", "-"],
+            [*COMMAND, *arguments],
             stdout=full, stderr=subprocess.PIPE, text=True, check=False, env=office.environment(),
         )  # fmt: skip
     assert (done.returncode, done.stderr) == (1, "kestrel: No space left on device\n")

@@ -73,6 +73,8 @@ class Report:
     """Calls of which all from one on failed."""
     refused: int = 0
     """Those that ended saying so; the others could do without."""
+    recovers: bool = False
+    """Whether memory always came back after the one allocation that failed."""
     problems: list[str] = field(default_factory=list)
 
 
@@ -90,7 +92,7 @@ class Sweep:
 
     def __init__(self, allocator: Allocator, work: Work, progress: int | None = None) -> None:
         self._allocator, self._work, self._progress = allocator, work, progress
-        self.report = Report()
+        self.report = Report(recovers=work.recovers)
         self._grown_by_calls = 0
 
     def run(self) -> Report:

@@ -8,11 +8,9 @@ from operator import attrgetter
 from typing import Any
 
 from faults.work import Work
-from libkestrel import records
-from libkestrel.records import Array, MacAddress, Record, Table
+from libkestrel.records import Array, MacAddress, Table
+from support.record_classes import CLASSES
 
-CLASSES: list[Any] = [getattr(records, name) for name in records.__all__]
-CLASSES = [c for c in CLASSES if isinstance(c, type) and issubclass(c, Record) and c not in (Record, Table)]
 ROWS = 3
 
 

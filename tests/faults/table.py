@@ -20,7 +20,7 @@ class Row:
 
 @dataclass
 class Table:
-    """The rows of a session."""
+    """The rows of a run of the tests."""
 
     rows: dict[str, Row] = field(default_factory=dict)
 
@@ -47,4 +47,4 @@ class Table:
 
 
 TABLE = Table()
-"""The one that a run of the tests fills."""
+"""The one of this run."""

@@ -9,11 +9,10 @@ import _libkestrel
 import pytest
 
 from libkestrel import records
-from libkestrel.records import Record, Table
+from libkestrel.records import Table
 from support import memory
+from support.record_classes import CLASSES
 
-CLASSES: list[Any] = [getattr(records, name) for name in records.__all__]
-CLASSES = [c for c in CLASSES if issubclass(c, Record) and c not in (Record, Table)]
 WRONG: list[Any] = [None, 2**64, "x" * 2000, "\ud800", [1, 2], {"nothing": 1}]
 
 

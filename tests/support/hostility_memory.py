@@ -7,18 +7,12 @@ import mmap
 from bisect import bisect_right, insort
 from typing import Any
 
-_usable = ctypes.CDLL(None).malloc_usable_size
-_usable.restype, _usable.argtypes = ctypes.c_size_t, (ctypes.c_void_p,)
+from support.memory import usable_size
 
 ROOM = 1 << 18
 """Bytes of a room: a record with much behind it, so that counts can be large."""
 _TAIL = mmap.PAGESIZE
 """Bytes at a room's end that nobody writes: texts end there at the latest."""
-
-
-def usable(address: int) -> int:
-    """Bytes of a block of the C library's allocator."""
-    return int(_usable(address))
 
 
 def number(address: int, width: int, *, swapped: bool = False) -> int:
@@ -64,7 +58,7 @@ class Ledger:
 
     def add(self, address: int) -> None:
         """A block that the allocator has handed out."""
-        self._note(address, usable(address))
+        self._note(address, usable_size(address))
 
     def remove(self, address: int) -> None:
         """A block that goes back to the allocator."""

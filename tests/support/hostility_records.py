@@ -8,12 +8,9 @@ from typing import Any
 
 import _libkestrel
 
-from libkestrel import records
 from libkestrel.records import Array, Record, Table
 from support.hostility import RAISED, Reentrant, simple
-
-CLASSES: list[Any] = [getattr(records, name) for name in records.__all__]
-CLASSES = [c for c in CLASSES if isinstance(c, type) and issubclass(c, Record) and c not in (Record, Table)]
+from support.record_classes import CLASSES
 
 
 class Generator:

@@ -10,7 +10,8 @@ from dataclasses import dataclass
 from typing import Any
 
 from support.hostility_calls import COUNTERS, HANDLES, RECORDS, SIZES, Argument, Call
-from support.hostility_memory import Ledger, number, usable
+from support.hostility_memory import Ledger, number
+from support.memory import usable_size
 
 TRUSTED: dict[str, str] = {
     "freed": "A record that was freed, and what lay in it.",
@@ -81,7 +82,7 @@ def _owned(argument: Argument, address: int) -> str | None:
         return None
     text = number(address + member.offset, 8)
     length = next(m for m in record.members if m.kind == "s32")
-    return "length" if text and number(address + length.offset, 4) > usable(text) else None
+    return "length" if text and number(address + length.offset, 4) > usable_size(text) else None
 
 
 def _index(call: Call, argument: Argument, ledger: Ledger, given: Sequence[Given]) -> str | None:

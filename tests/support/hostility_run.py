@@ -110,13 +110,12 @@ class _Flat:
         return self.calls.counts()
 
 
-class _Records:
-    every = 20_000
+class _Package:
+    """What the two kinds of the companion package have in common."""
 
-    def __init__(self, seed: int, journal: Journal) -> None:
-        from support.hostility_records import Generator
+    calls: Any
 
-        self.calls = Generator(seed)
+    def __init__(self, journal: Journal) -> None:
         self.journal = journal
         self.outcomes: Counter[str] = Counter()
 
@@ -135,32 +134,32 @@ class _Records:
         return {"outcomes": dict(self.outcomes)}
 
 
-class _Objects:
-    every = 3_000
+class _Records(_Package):
+    every = 20_000
 
     def __init__(self, seed: int, journal: Journal) -> None:
-        from support.hostility_objects import Caller as Objects
+        from support.hostility_records import Generator
 
+        super().__init__(journal)
+        self.calls = Generator(seed)
+
+
+class _Objects(_Package):
+    def __init__(self, seed: int, journal: Journal) -> None:
+        from support import hostility_objects
+
+        super().__init__(journal)
         os.chdir(tempfile.mkdtemp(dir=os.environ["TMPDIR"]))
-        self.calls = Objects(seed)
+        self.every = hostility_objects.MOST
+        self.calls = hostility_objects.Caller(seed)
         self.calls.begin_anew()
-        self.journal = journal
-        self.outcomes: Counter[str] = Counter()
-
-    def step(self) -> int:
-        self.journal.note("step")
-        self.outcomes[self.calls.attempt()] += 1
-        return 1
 
     def begin_anew(self) -> None:
-        self.calls.begin_anew()
+        super().begin_anew()
         self.calls.check()
 
-    def finish(self) -> None:
-        self.calls.pool.clear()
-
     def counts(self) -> dict[str, dict[str, int]]:
-        return {"outcomes": dict(self.outcomes), "reached": {"members": len(self.calls.did)}}
+        return super().counts() | {"reached": {"members": len(self.calls.did)}}
 
 
 KINDS: dict[str, Callable[[int, Journal], Caller]] = {"flat": _Flat, "records": _Records, "objects": _Objects}

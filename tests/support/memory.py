@@ -51,9 +51,9 @@ _usable = ctypes.CDLL(None).malloc_usable_size
 _usable.restype = ctypes.c_size_t
 
 
-def usable_size(pointer: Any) -> int:
-    """Bytes that the allocator gave to the block a pointer object designates."""
-    return int(_usable(ctypes.c_void_p(address(pointer))))
+def usable_size(block: Any) -> int:
+    """Bytes that the allocator gave to a block, by its address or by a pointer object that designates it."""
+    return int(_usable(ctypes.c_void_p(address(block))))
 
 
 def module_bytes(module: ModuleType) -> bytes:
