@@ -55,7 +55,7 @@ test-package: $(VENV)/lint $(VENV)/installed
 test-cli: $(VENV)/installed
 	$(PYTHON) -m pytest tests/cli
 
-## test-faults: memory, storage, the platform and signals at fault, at FAULT_POINTS (3) points of each work, or at "all"
+## test-faults: memory, storage and signals at fault, at FAULT_POINTS (3) points of each work, or at "all"
 FAULT_POINTS ?= 3
 test-faults: build $(VENV)/installed
 	FAULT_POINTS=$(FAULT_POINTS) $(PYTHON) -m pytest tests/faults
@@ -105,8 +105,8 @@ fuzz: $(VENV)/fuzz $(VENV)/installed
 HOSTILE_CALLS ?= 5000000
 HOSTILE_SEED ?=
 hostile: $(VENV)/test $(VENV)/installed
-	PYTHONPATH=$(CURDIR)/tests $(PYTHON) -m support.hostility_run flat $(HOSTILE_CALLS) $(HOSTILE_SEED)
-	PYTHONPATH=$(CURDIR)/tests $(PYTHON) -m support.hostility_run package $(HOSTILE_CALLS) $(HOSTILE_SEED)
+	PYTHONPATH=$(CURDIR)/tests $(PYTHON) -m hostile.run flat $(HOSTILE_CALLS) $(HOSTILE_SEED)
+	PYTHONPATH=$(CURDIR)/tests $(PYTHON) -m hostile.run package $(HOSTILE_CALLS) $(HOSTILE_SEED)
 
 ## build: configure and build the dev preset, with tests and the recorder
 build: $(VENV)/test

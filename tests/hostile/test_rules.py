@@ -7,11 +7,11 @@ from pathlib import Path
 import _libkestrel
 import pytest
 
+from hostile.calls import Call, calls
+from hostile.memory import Ledger
+from hostile.rules import TRUSTED, Given, claim
 from support import memory
 from support.functions import make
-from support.hostility_calls import Call, calls
-from support.hostility_memory import Ledger
-from support.hostility_rules import TRUSTED, Given, claim
 
 PAGE = Path(__file__).resolve().parents[2] / "docs" / "behaviour.md"
 CALLS = {call.name: call for call in calls()}

@@ -6,9 +6,9 @@ from pathlib import Path
 
 import pytest
 
-from support.hostility_calls import calls
-from support.hostility_rules import TRUSTED
-from support.hostility_run import BLOCKS, BYTES, DiedError, Journal, run
+from hostile.calls import calls
+from hostile.rules import TRUSTED
+from hostile.run import BLOCKS, BYTES, DiedError, Journal, run
 
 
 @pytest.mark.parametrize("seed", (1, 2))

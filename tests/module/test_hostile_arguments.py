@@ -10,8 +10,8 @@ import _libkestrel
 import pytest
 
 from headers.model import Member, Record
+from hostile.calls import SIZES, Call, calls
 from support.functions import HEADERS, make
-from support.hostility_calls import SIZES, Call, calls
 from support.processes import run
 
 MEMBERS = [pytest.param(r, m, id=f"{r.name}.{m.name}") for r in HEADERS.records for m in r.members]

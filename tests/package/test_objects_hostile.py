@@ -9,8 +9,8 @@ from pathlib import Path
 
 import pytest
 
+from hostile.objects import Caller
 from libkestrel import lab
-from support.hostility_objects import Caller
 
 
 @pytest.fixture

@@ -6,7 +6,7 @@ import threading
 
 import pytest
 
-from support.hostility_records import Generator
+from hostile.records import Generator
 
 
 @pytest.mark.parametrize("seed", range(4))

@@ -8,8 +8,8 @@ from typing import Any
 
 import _libkestrel
 
+from hostile.values import RAISED, Reentrant, simple
 from libkestrel.records import Array, Record, Table
-from support.hostility import RAISED, Reentrant, simple
 from support.record_classes import CLASSES
 
 

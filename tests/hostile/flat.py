@@ -1,7 +1,7 @@
 """Calls of every function of the flat module, with whatever a caller might pass, at random and by seed.
 
 Records live in blocks of their own and in rooms; they are freed, given on, passed twice, nested in what they are
-passed with. Before a call that trusts its caller is made, hostility_rules tells whether this one may.
+passed with. Before a call that trusts its caller is made, `rules` tells whether this one may.
 """
 
 from __future__ import annotations
@@ -16,12 +16,12 @@ from typing import Any
 
 import _libkestrel as k
 
+from hostile.calls import COUNTERS, HANDLES, SIZES, Argument, Call, calls
+from hostile.memory import Ledger
+from hostile.rules import Given, claim
+from hostile.values import RAISED, Liar, Reentrant, Trouble
 from support import memory
 from support.cells import Cell, pointer
-from support.hostility import RAISED, Liar, Reentrant, Trouble
-from support.hostility_calls import COUNTERS, HANDLES, SIZES, Argument, Call, calls
-from support.hostility_memory import Ledger
-from support.hostility_rules import Given, claim
 from support.type_table import infos
 from support.values import IntegerSubclass
 

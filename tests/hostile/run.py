@@ -1,6 +1,6 @@
 """Hostile calls in a process of their own: as many as wanted, noted before they are made, their memory watched.
 
-    python -m support.hostility_run KIND CALLS [SEED]
+    python -m hostile.run KIND CALLS [SEED]
 
 KIND is flat, the module's functions; records or objects, what the companion package publishes; or package, both of
 these in turn. A process that dies has the seed and its last calls told, and memory that grows with the calls is an
@@ -87,8 +87,8 @@ class _Flat:
     every = 10_000
 
     def __init__(self, seed: int, journal: Journal) -> None:
-        from support.hostility_flat import Flat
-        from support.hostility_worlds import world
+        from hostile.flat import Flat
+        from hostile.worlds import world
 
         self.calls = Flat(seed, world(), journal.note)
 
@@ -138,7 +138,7 @@ class _Records(_Package):
     every = 20_000
 
     def __init__(self, seed: int, journal: Journal) -> None:
-        from support.hostility_records import Generator
+        from hostile.records import Generator
 
         super().__init__(journal)
         self.calls = Generator(seed)
@@ -146,12 +146,12 @@ class _Records(_Package):
 
 class _Objects(_Package):
     def __init__(self, seed: int, journal: Journal) -> None:
-        from support import hostility_objects
+        from hostile import objects
 
         super().__init__(journal)
         os.chdir(tempfile.mkdtemp(dir=os.environ["TMPDIR"]))
-        self.every = hostility_objects.MOST
-        self.calls = hostility_objects.Caller(seed)
+        self.every = objects.MOST
+        self.calls = objects.Caller(seed)
         self.calls.begin_anew()
 
     def begin_anew(self) -> None:
@@ -259,7 +259,7 @@ def run(kind: str, calls: int, seed: int) -> Run:
         paths = [str(_ROOT / name) for name in ("tools", "tests")]
         environment["PYTHONPATH"] = os.pathsep.join([*paths, *filter(None, [os.environ.get("PYTHONPATH")])])
         environment["MALLOC_ARENA_MAX"] = "1"
-        command = [sys.executable, "-m", "support.hostility_run", "--worker", kind, str(calls), str(seed), str(journal)]
+        command = [sys.executable, "-m", "hostile.run", "--worker", kind, str(calls), str(seed), str(journal)]
         done = subprocess.run(command, env=environment, stdout=subprocess.PIPE, text=True, check=False)
         answer = json.loads(done.stdout) if done.stdout else {}
         if done.returncode or "error" in answer:
@@ -268,7 +268,7 @@ def run(kind: str, calls: int, seed: int) -> Run:
             told = answer.get("error", died)
             raise DiedError(f"{kind}, seed {seed}, {calls} calls: {told}\nthe last calls:\n  {last}")
         if host.exists():
-            audit = [sys.executable, "-c", f"from support.hostility_worlds import audit\nprint(*audit({str(host)!r}))"]
+            audit = [sys.executable, "-c", f"from hostile.worlds import audit\nprint(*audit({str(host)!r}))"]
             problems = subprocess.run(
                 audit, env=environment, stdout=subprocess.PIPE, text=True, check=True
             ).stdout.strip()

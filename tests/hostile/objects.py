@@ -16,11 +16,11 @@ import random
 from collections.abc import Iterator
 from typing import Any
 
+from hostile.values import RAISED, Reentrant, simple
 from libkestrel import Host, lab
 from libkestrel.host._objects import Setting
 from libkestrel.records import Record
 from support.bench import BENCH, GROUP, PORTS, STATION, UPLINK_PORTS
-from support.hostility import RAISED, Reentrant, simple
 
 MODULES = [importlib.import_module(f"libkestrel{name}") for name in ("", ".host", ".errors", ".lab", ".lab.scenario")]
 NAMES: list[Any] = [

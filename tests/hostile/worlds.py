@@ -7,10 +7,10 @@ from typing import Any
 
 import _libkestrel as k
 
+from hostile.calls import Call
+from hostile.flat import World
 from support import refusals
 from support.functions import FUNCTIONS, plain_arguments, visible
-from support.hostility_calls import Call
-from support.hostility_flat import World
 from support.recorder import Recorder, library_path
 
 _FUNCTIONS = {function.name: function for function in FUNCTIONS}

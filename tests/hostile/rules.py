@@ -9,8 +9,8 @@ from collections.abc import Sequence
 from dataclasses import dataclass
 from typing import Any
 
-from support.hostility_calls import COUNTERS, HANDLES, RECORDS, SIZES, Argument, Call
-from support.hostility_memory import Ledger, number
+from hostile.calls import COUNTERS, HANDLES, RECORDS, SIZES, Argument, Call
+from hostile.memory import Ledger, number
 from support.memory import usable_size
 
 TRUSTED: dict[str, str] = {
