@@ -55,7 +55,7 @@ test-package: $(VENV)/lint $(VENV)/installed
 test-cli: $(VENV)/installed
 	$(PYTHON) -m pytest tests/cli
 
-## test-faults: memory, storage and signals at fault, at FAULT_POINTS (3) points of each work, or at "all"
+## test-faults: memory, storage, platform and signals at fault, at FAULT_POINTS (3) points of each work, or at "all"
 FAULT_POINTS ?= 3
 test-faults: build $(VENV)/installed
 	FAULT_POINTS=$(FAULT_POINTS) $(PYTHON) -m pytest tests/faults
@@ -72,7 +72,7 @@ docs: $(VENV)/docs
 SUITES ?= native module host package cli
 
 ## test-asan: SUITES (all of them) under AddressSanitizer, UndefinedBehaviorSanitizer and LeakSanitizer
-test-asan: $(VENV)/test
+test-asan: $(VENV)/test $(VENV)/installed
 	cmake --preset sanitize >build/configure-sanitize.log || { cat build/configure-sanitize.log; exit 1; }
 	cmake --build --preset sanitize
 	cmake --install build/sanitize >/dev/null
@@ -120,7 +120,7 @@ cross: $(VENV)/test
 	cmake --build --preset aarch64
 
 ## test-aarch64: SUITES (all of them) on 64-bit Arm, emulated
-test-aarch64: cross
+test-aarch64: cross $(VENV)/installed
 	cmake --install build/aarch64 >/dev/null
 	for suite in $(SUITES); do tools/emulated $$suite; done
 

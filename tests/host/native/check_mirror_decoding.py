@@ -77,11 +77,11 @@ def expected(sample: dict[str, Any]) -> Record:
 
 def main() -> int:
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("program", help="path of host_mirror_samples")
+    parser.add_argument("program", nargs=argparse.REMAINDER, help="host_mirror_samples, behind what it is run with")
     program = parser.parse_args().program
     with tempfile.TemporaryDirectory() as folder:
         pcap, expectations = Path(folder, "mirrors.pcap"), Path(folder, "expectations")
-        subprocess.run([program, pcap, expectations], check=True)
+        subprocess.run([*program, pcap, expectations], check=True)
         samples = [json.loads(line) for line in expectations.read_text().splitlines()]
         records = decoded(pcap, list(expected(samples[0])))
         cut = {sample["last"] for sample in samples if sample["is_cut"]}

@@ -337,6 +337,11 @@ std::unique_ptr<Host> MakeVariedHost() {
   host->AddSwitch({.id = "apart", .portset = "apart", .alias = "apart-0", .max_ports = 1});
   host->Dissociate("apart");
   StatusOf([&] { host->AddNic("nic3", kUp); });
+  host->AddNic("nic-of-more", kUp);
+  host->Connect("more", "port4", {VS_PORT_CLIENT_UPLINK, "nic-of-more"});
+  Nic far = host->nics().Get("nic-of-more");
+  far.numa_node = 1;
+  host->SetNic("nic-of-more", far);
   const PortId free = host->FindSwitch("more").config.PortNamed("port1").id;
   for (std::uint8_t i = 1; i < 8; ++i) host->SeeSource("more", free, {0, Station(i)});
   return host;
