@@ -104,11 +104,13 @@ SWIGINTERN PyObject *kestrel_own(PyObject *self, PyObject *args) {
 }
 
 /* The pointer object that an object is or carries as `this`, as a new reference; null, and no error, where there is
-   none. Whoever wrote the object's class is not trusted: `this` may run code, and lead back to the object. */
-SWIGINTERN PyObject *kestrel_pointer_of(PyObject *object) {
+   none, or no memory to tell. Whoever wrote the object's class is not trusted: `this` may run code, and lead back to
+   the object. */
+SWIGINTERN PyObject *kestrel_pointer_of(PyObject *object, int *no_memory) {
   enum { kDeepest = 8 };
   PyObject *type, *value, *traceback, *next, **dict;
   int depth = 0;
+  *no_memory = 0;
   PyErr_Fetch(&type, &value, &traceback);
   Py_INCREF(object);
   while (object && !kestrel_is_pointer(object)) {
@@ -122,6 +124,7 @@ SWIGINTERN PyObject *kestrel_pointer_of(PyObject *object) {
       Py_XINCREF(next);
     } else {
       next = PyObject_GetAttr(object, SWIG_This());
+      *no_memory = !next && PyErr_ExceptionMatches(PyExc_MemoryError);
     }
     Py_DECREF(object);
     object = next;
@@ -133,7 +136,7 @@ SWIGINTERN PyObject *kestrel_pointer_of(PyObject *object) {
 /* Converts a pointer; with SWIG_POINTER_DISOWN the object no longer owns it afterwards. Wrappers come here through
    the macro; a bare pointer object of just the type asked for, by far the most frequent case, is told at once. */
 SWIGINTERNINLINE int kestrel_convert(PyObject *object, void **pointer, swig_type_info *type, int flags) {
-  int own = 0, res;
+  int own = 0, no_memory, res;
   PyTypeObject *pointer_type = SwigPyObject_type();
   PyObject *self = object, **dict;
   if (Py_TYPE(object) != pointer_type && (dict = _PyObject_GetDictPtr(object)) && *dict) {
@@ -145,7 +148,7 @@ SWIGINTERNINLINE int kestrel_convert(PyObject *object, void **pointer, swig_type
     return SWIG_OK;
   }
   if (object == Py_None) return SWIG_ConvertPtrAndOwn(object, pointer, type, flags, &own);
-  if (!(self = kestrel_pointer_of(object))) return SWIG_ERROR;
+  if (!(self = kestrel_pointer_of(object, &no_memory))) return no_memory ? SWIG_MemoryError : SWIG_ERROR;
   res = SWIG_ConvertPtrAndOwn(self, pointer, type, flags, &own);
   if (SWIG_IsOK(res) && own && (flags & SWIG_POINTER_DISOWN)) Py_XDECREF(Swig_Capsule_global);
   Py_DECREF(self);

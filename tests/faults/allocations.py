@@ -11,6 +11,7 @@ import ctypes
 import gc
 import json
 import os
+import re
 import signal
 import sys
 from dataclasses import asdict, dataclass, field
@@ -26,6 +27,15 @@ _PATIENCE = 20
 """Seconds after which a process that is still there hangs."""
 NOTHING = repr(None)
 """What a call tells that gives nothing."""
+_UNSAID = (
+    "SystemError: error return without exception set",
+    "SystemError: null without an exception",
+    r"SystemError: <.*> returned NULL without setting an exception",
+    "RuntimeError: can't allocate read lock",
+    "TypeError: expected str, bytes or os.PathLike object, not PosixPath",
+    r"ValueError: \[digital envelope routines\] .*",
+)
+"""How the interpreter and its modules end that had no memory and do not say so."""
 _NO_MEMORY = next(constant.value for constant in model.read().constants if constant.name == "ZEL_NO_MEMORY")
 
 
@@ -80,9 +90,12 @@ class Report:
 
 def ending(error: BaseException) -> str:
     """How an exception tells what it is about."""
-    # Of errors of the package, which is not imported for their sake: a step of a plan has one of its own.
-    told = getattr(error, "error", error)
-    if isinstance(told, MemoryError) or getattr(told, "status", None) == _NO_MEMORY:
+    if isinstance(error, MemoryError) or getattr(error, "status", None) == _NO_MEMORY:
+        return REFUSAL
+    if isinstance(error, ctypes.ArgumentError) and str(error).rstrip().endswith(": MemoryError:"):
+        return REFUSAL
+    # What an operation of many steps raises tells where, and comes from what tells why.
+    if error.__cause__ is not None and ending(error.__cause__) == REFUSAL:
         return REFUSAL
     return f"{type(error).__name__}: {error}"
 
@@ -92,7 +105,7 @@ class Sweep:
 
     def __init__(self, allocator: Allocator, work: Work, progress: int | None = None) -> None:
         self._allocator, self._work, self._progress = allocator, work, progress
-        self.report = Report(recovers=work.recovers)
+        self.report = Report(recovers=work.recovers or work.in_python)
         self._grown_by_calls = 0
 
     def run(self) -> Report:
@@ -104,11 +117,15 @@ class Sweep:
         self.report.points = self._allocator.asked()
         self._work.restore()
         self._before = self._work.state()
-        for forever in (False, True):
+        for forever in self._arms():
             for nth in [*chosen(self.report.points), self.report.points + 1]:
                 if not self._point(nth, forever):
                     break
         return self.report
+
+    def _arms(self) -> tuple[bool, ...]:
+        """Whether memory never comes back."""
+        return (False,) if self.report.recovers else (False, True)
 
     # ---- One point ----
 
@@ -130,6 +147,8 @@ class Sweep:
                 ended = REFUSAL
         except BaseException as error:
             ended = ending(error)
+            if work.in_python and any(re.fullmatch(each, ended) for each in _UNSAID):
+                ended = REFUSAL
         self._grown_by_calls += self._allocator.grown_by_call()
         work.let_go(result)
         return ended
@@ -152,7 +171,7 @@ class Sweep:
             self.report.forever += forever
             self.report.once += not forever
             self.report.refused += ended == REFUSAL
-            if ended == REFUSAL:
+            if ended == REFUSAL and not self._work.in_python:
                 self._look_for_leaks(nth, forever, where)
             self._check_that_it_works(where)
         return was_met
@@ -201,7 +220,7 @@ class ForkedSweep(Sweep):
             self.report.problems.append(f"without any fault: {clean['died']}")
             return self.report
         self.report.points = clean["asked"]
-        for forever in (False,) if self._work.recovers else (False, True):
+        for forever in self._arms():
             for nth in chosen(self.report.points):
                 found = self._in_child(nth, forever)
                 self.report.forever += forever

@@ -2,45 +2,29 @@
 
 from __future__ import annotations
 
-import os
 from collections.abc import Iterator
-from pathlib import Path
 from typing import Any
 
 import _libkestrel as k
 
-from faults.file_reader import FileReader
+from faults.host_view import HostView
 from faults.work import Call, Work
 from headers.model import Function
-from libkestrel import Host, lab
 from libkestrel.errors import status_name
 from support import refusals
 from support.functions import FUNCTIONS, OVERLOADED
 
 
 class Bench:
-    """A host with one of everything, what there is to be seen of it, and the way back to it."""
+    """A host with one of everything, and the way back to it."""
 
     def __init__(self) -> None:
         self._fresh = refusals.prepare()
-        self._store = Host().store
-        path = os.environ.get("KESTREL_HOST")
-        self._file = FileReader(Path(path)) if path else None
+        self.view = HostView()
 
     def restore(self) -> None:
         """Makes the host what it was at first."""
         self._fresh.restore()
-
-    def state(self) -> object:
-        """What the host says of itself, and what others read in its file."""
-        told = [self._store.image(), self._store.saved_image(), lab.nics(), lab.clock.now()]
-        for switch in refusals.SWITCH, "new":
-            try:
-                told.append(lab.clients(switch))
-            except lab.LabError:
-                told.append(None)
-        told.append(self._file.contents() if self._file else None)
-        return told
 
 
 def _told(function: Function, result: Any) -> str:
@@ -84,7 +68,7 @@ def _work(bench: Bench, function: Function) -> Work:
         prepare,
         told=lambda result: _told(function, result),
         let_go=_give_back,
-        state=bench.state,
+        state=bench.view,
         restore=bench.restore,
         or_nothing=function.returns != "ZEL_ReturnStatus",
     )

@@ -30,6 +30,9 @@ WORKS = {
     "record rows": "record_works.rows",
     "commands": "command_works.commands",
     "commands on a file": "command_works.commands",
+    "operations": "operation_works.operations",
+    "operations on a file": "operation_works.operations",
+    "operations step by step": "operation_works.stepwise_operations",
 }
 """The subjects, and where each one's works are listed."""
 

@@ -35,3 +35,6 @@ class Work:
     """Whether it can be done only once in the life of a process, so that each try has one of its own."""
     recovers: bool = False
     """Whether memory always comes back after the one allocation that failed."""
+    in_python: bool = False
+    """Whether most of it is the interpreter's own doing, which keeps objects for ever where memory fails in it, may not
+    say so, and never comes to its end where none comes back: one allocation fails, and leaks are not looked for."""

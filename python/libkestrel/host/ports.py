@@ -29,7 +29,7 @@ from libkestrel.host.mirrors import PortMirroring
 from libkestrel.host.multicast import PortMulticast
 from libkestrel.host.properties import PortProperties
 from libkestrel.host.security import PortSecurity
-from libkestrel.host.store import StoredPort, StoredSwitch
+from libkestrel.host.store import StoredPort, StoredSwitch, id_of_alias
 from libkestrel.host.teaming import PortTeaming
 from libkestrel.host.vlans import PortVlans
 
@@ -107,8 +107,7 @@ class Port(
 
 
 def _stored_switch(changes: Changes, switch: str) -> StoredSwitch:
-    found = flat.DVS_SwitchId(flat.DVSState_SwitchFindByAlias(switch))
-    return StoredSwitch(changes, found or "", switch)
+    return StoredSwitch(changes, id_of_alias(switch) or "", switch)
 
 
 class Ports(OfSwitch):

@@ -48,10 +48,13 @@ class SwitchPrivateVlans(HostObject):
         self._check(status, "read private VLAN map")
         if handed_out is None:
             return ()
-        # The map comes under another record's type, and only its address is good.
+        # The map comes under another record's type, and only its address is good: as a record it would reach over
+        # memory that is not its own.
+        pointer = handed_out.this
+        del handed_out
         size = records.VSPvlanMapEntry().nbytes
-        data = ctypes.string_at(int(handed_out.this), size * count) if count else b""
-        self._check(flat.VSDVS_FreeMemory(handed_out), "read private VLAN map")
+        data = ctypes.string_at(int(pointer), size * count) if count else b""
+        flat.VSDVS_FreeMemory(pointer)
         entries = (records.VSPvlanMapEntry.from_bytes(data[i : i + size]) for i in range(0, len(data), size))
         return tuple(
             PrivateVlanEntry(entry.primaryVID, entry.secondaryVID, PrivateVlanKind(entry.pvlanType))

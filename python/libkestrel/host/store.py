@@ -488,6 +488,16 @@ class StoredSwitch(HostObject):
         return PropertyCollection._handed_out(cell)
 
 
+def id_of_alias(alias: str) -> str | None:
+    """The id of the distributed switch of an alias; None where there is none."""
+    buffer = _cells.Buffer(flat.ZEL_VDS_ID_MAX_LEN)
+    status = flat.VSZEL_DVSAliasToSwitchId(alias, buffer.pointer)
+    if status == flat.ZEL_NOT_FOUND:
+        return None
+    check(status, f"find switch {alias}")
+    return buffer.text
+
+
 class Store(HostObject):
     """The state store of the host."""
 
@@ -563,7 +573,7 @@ class Store(HostObject):
 
     def switch(self, name: str) -> StoredSwitch:
         """The switch of an alias. NotFound where there is none."""
-        found = flat.DVS_SwitchId(flat.DVSState_SwitchFindByAlias(name_of(name, "alias")))
+        found = id_of_alias(name_of(name, "alias"))
         if found is None:
             self._check(flat.ZEL_NOT_FOUND, f"find switch {name}")
         return StoredSwitch(self._changes, str(found), name)

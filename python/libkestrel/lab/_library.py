@@ -90,6 +90,8 @@ def call(what: str, function: str, *arguments: Any) -> None:
     try:
         status = entry(*converted)
     except ctypes.ArgumentError as error:
+        if "MemoryError" in str(error):  # ctypes keeps the name of what went wrong, and not the exception
+            raise MemoryError from None
         raise TypeError(f"{what}: {error}") from None
     if status != _libkestrel.ZEL_OK:
         raise LabError(what, status, getattr(library, f"{_PREFIX}message")().decode(errors="replace"))

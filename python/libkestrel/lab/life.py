@@ -4,11 +4,13 @@ from __future__ import annotations
 
 import ctypes
 from collections.abc import Iterator
-from contextlib import contextmanager
+from contextlib import AbstractContextManager, contextmanager, suppress
 from pathlib import Path
+from types import TracebackType
 from typing import NoReturn
 
 from libkestrel.lab import _declarations, _library
+from libkestrel.lab.errors import LabError
 
 _PATH_ROOM = 4096
 
@@ -59,20 +61,51 @@ def restart() -> None:
     _library.call("restart", "restart")
 
 
-@contextmanager
-def transaction() -> Iterator[None]:
+class _Transaction(AbstractContextManager[None]):
+    """From its beginning until it is left or forgotten."""
+
+    __slots__ = ("_is_open",)
+
+    def __init__(self) -> None:
+        self._is_open = False
+
+    def __enter__(self) -> None:
+        _library.call("beginning of a transaction", "begin")
+        self._is_open = True
+
+    def __exit__(
+        self, kind: type[BaseException] | None, error: BaseException | None, traceback: TracebackType | None
+    ) -> None:
+        if not self._is_open:
+            raise ValueError("the transaction has not begun")
+        if kind is not None:
+            self._take_back()
+            return
+        try:
+            _library.call("transaction", "commit")  # the last thing that is done: once it has happened, nothing fails
+        except BaseException:
+            with suppress(LabError):  # unless it was the host that refused, and has taken everything back
+                self._take_back()
+            raise
+        finally:
+            self._is_open = False
+
+    def __del__(self) -> None:
+        if self._is_open:
+            self._take_back()
+
+    def _take_back(self) -> None:
+        self._is_open = False
+        _library.call("end of a transaction", "rollback")
+
+
+def transaction() -> AbstractContextManager[None]:
     """Makes one change of all that is changed in a `with` block, by functions of the platform too.
 
     It lasts, and others see it, when the block ends; when the block raises, nothing has changed. On a host file it is
     written down in one go.
     """
-    _library.call("beginning of a transaction", "begin")
-    try:
-        yield
-    except BaseException:
-        _library.call("end of a transaction", "rollback")
-        raise
-    _library.call("transaction", "commit")
+    return _Transaction()
 
 
 def host_path() -> Path | None:

@@ -25,12 +25,19 @@ from libkestrel.lab.scenario.format import (
 @contextmanager
 def record(kind: str, /, *arguments: Any, **members: Any) -> Iterator[Any]:
     """A record with these members, for the time of a `with` block."""
-    made = getattr(k, f"new_{kind}")(*arguments)
+    made = _made(getattr(k, f"new_{kind}")(*arguments))
     try:
         _fill(kind, made, members)
         yield made
     finally:
         getattr(k, f"delete_{kind}")(made)
+
+
+def _made(memory: Any) -> Any:
+    """What was allocated. MemoryError for nothing, as which the flat module tells that there is no memory."""
+    if memory is None:
+        raise MemoryError
+    return memory
 
 
 def _fill(kind: str, target: Any, members: dict[str, Any]) -> None:
@@ -69,7 +76,7 @@ def team_policy(team: Team) -> Iterator[Any]:
 @contextmanager
 def named_teams(teams: Sequence[NamedTeam]) -> Iterator[Any]:
     """A table of named teaming policies."""
-    table = k.alloc_ls_team_table(len(teams))
+    table = _made(k.alloc_ls_team_table(len(teams)))
     try:
         k.LSTeamTable_numLSTeam_set(table, len(teams))
         for index, team in enumerate(teams):
@@ -118,7 +125,7 @@ def addresses(values: Sequence[bytes]) -> Iterator[Any]:
 @contextmanager
 def ranges(values: Sequence[tuple[int, int]]) -> Iterator[Any]:
     """An array of VLAN ranges."""
-    array = k.new_vidrangeArray(len(values))
+    array = _made(k.new_vidrangeArray(len(values)))
     try:
         for index, (low, high) in enumerate(values):
             with record("zel_VDSPortVIDRange", minVID=low, maxVID=high) as entry:
@@ -131,7 +138,7 @@ def ranges(values: Sequence[tuple[int, int]]) -> Iterator[Any]:
 @contextmanager
 def private_vlans(switch: Switch) -> Iterator[Any]:
     """The private VLAN map of a switch."""
-    array = k.new_pvlanmapentryArray(len(switch.private_vlan))
+    array = _made(k.new_pvlanmapentryArray(len(switch.private_vlan)))
     try:
         for index, pair in enumerate(switch.private_vlan):
             members = {"primaryVID": pair.primary, "secondaryVID": pair.secondary, "pvlanType": pair.kind}
@@ -156,7 +163,7 @@ def uplink_ports(names: Sequence[str], ports: Sequence[str]) -> Iterator[tuple[A
 def mirror_table(mirror: Mirror) -> Iterator[Any]:
     """A table of one mirror session."""
     entities = mirror.to + mirror.incoming + mirror.outgoing
-    table = k.alloc_dvmirror_session_table(1, len(entities))
+    table = _made(k.alloc_dvmirror_session_table(1, len(entities)))
     try:
         k.DVMirrorSessionTable_version_set(table, k.VS_DVMIRROR_VERSION_V4)
         k.DVMirrorSessionTable_numSessions_set(table, 1)
