@@ -417,6 +417,26 @@ def test_transactions_do_not_nest() -> None:
     assert mtu() == 4000
 
 
+def test_a_transaction_that_is_forgotten_is_given_up() -> None:
+    abandoned = lab.transaction()
+    abandoned.__enter__()
+    assert k.VSDVS_SetMTU(SWITCH, 4000) == k.ZEL_OK
+    del abandoned
+    assert mtu() == 1500
+    with lab.transaction():
+        assert k.VSDVS_SetMTU(SWITCH, 4000) == k.ZEL_OK
+    assert mtu() == 4000
+
+
+def test_a_transaction_that_has_not_begun_ends_nobody_elses() -> None:
+    with lab.transaction():
+        assert k.VSDVS_SetMTU(SWITCH, 4000) == k.ZEL_OK
+        with pytest.raises(ValueError, match=r"^the transaction has not begun$"):
+            lab.transaction().__exit__(None, None, None)
+        assert k.VSDVS_SetMTU(SWITCH, 5000) == k.ZEL_OK
+    assert mtu() == 5000
+
+
 def test_a_new_host_is_empty_or_the_sample() -> None:
     lab.reset()
     assert k.VSZEL_GetVSInfo(SWITCH, k.new_VSInfo()) == k.ZEL_NOT_FOUND

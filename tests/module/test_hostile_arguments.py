@@ -95,11 +95,14 @@ class Makes:
 
 
 class Raises:
-    __slots__ = ()
+    __slots__ = ("error",)
+
+    def __init__(self, error: type[Exception]) -> None:
+        self.error = error
 
     @property
     def this(self) -> Any:
-        raise KeyError("this")
+        raise self.error("this")
 
 
 def circle(length: int) -> Any:
@@ -114,7 +117,7 @@ FALSE = type("SwigPyObject", (), {})
 
 @pytest.mark.parametrize(
     "value",
-    [circle(1), circle(2), circle(7), Carries(5), Carries(FALSE()), FALSE(), Raises(), Carries(Carries(None))],
+    [circle(1), circle(2), circle(7), Carries(5), Carries(FALSE()), FALSE(), Raises(KeyError), Carries(Carries(None))],
     ids=["itself", "two", "seven", "an int", "a namesake within", "a namesake", "a raising property", "nothing"],
 )
 def test_what_only_looks_like_a_pointer_is_refused(value: Any) -> None:
@@ -124,6 +127,11 @@ def test_what_only_looks_like_a_pointer_is_refused(value: Any) -> None:
         _libkestrel.DVSState_SwitchForEach(value, None)
     with pytest.raises(SystemError):
         _libkestrel.new_VSInfo().append(value)
+
+
+def test_a_pointer_that_there_is_no_memory_for_is_not_taken_for_none() -> None:
+    with pytest.raises(MemoryError, match=r"^in method 'VSInfo_mtu_get', argument 1 of type 'struct VSInfo \*'$"):
+        _libkestrel.VSInfo_mtu_get(Raises(MemoryError))
 
 
 def test_a_pointer_that_a_property_makes_lives_for_the_call() -> None:
