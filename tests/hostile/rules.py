@@ -5,6 +5,7 @@ The sentences stand on docs/behaviour.md, word for word; a test holds the two to
 
 from __future__ import annotations
 
+import ctypes
 from collections.abc import Sequence
 from dataclasses import dataclass
 from typing import Any
@@ -63,7 +64,7 @@ def _need(call: Call, argument: Argument, ledger: Ledger, given: Given) -> str |
     if extent < SIZES[argument.target]:
         return "short"
     if call.family in ("reader", "writer"):
-        return None
+        return _unended(call, given.address)
     if argument.target == "VSRuntimeOptionHeader":
         return "entry" if extent < ENTRY_ROOM or not ledger.in_room(given.address) else None
     wanted = SIZES[argument.target]
@@ -72,6 +73,14 @@ def _need(call: Call, argument: Argument, ledger: Ledger, given: Given) -> str |
     if wanted > extent:
         return "short"
     return _owned(argument, given.address)
+
+
+def _unended(call: Call, address: int) -> str | None:
+    """Whether the text that a reader gives has no end: what a record owns are bytes, and need not be one."""
+    if call.family == "writer" or call.member is None or call.member.kind != "owned_text":
+        return None
+    text = number(address + call.member.offset, 8)
+    return "text" if text and b"\0" not in ctypes.string_at(text, usable_size(text)) else None
 
 
 def _owned(argument: Argument, address: int) -> str | None:

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import ctypes
 from pathlib import Path
 
 import _libkestrel
@@ -65,6 +66,18 @@ def test_counts(ledger: Ledger) -> None:
     assert claim(call, [given, number(0)], ledger) is None
     _libkestrel.VSUserMcastLegacyKeys_numEntries_set(given.value, 200)
     assert claim(call, [given, number(0)], ledger) == "short"
+
+
+def test_texts_that_do_not_end(ledger: Ledger) -> None:
+    query = _libkestrel.alloc_vds_query(24)
+    ledger.add(memory.address(query))
+    given = Given(query, "query", address=memory.address(query))
+    readers = CALLS["VDSQuery_propValue_get"], CALLS["VDSQuery_propLen_get"]
+    assert [claim(call, [given], ledger) for call in readers] == [None, None]
+    value = int.from_bytes(memory.read(query, 8, 4), "little")
+    ctypes.memset(value, ord("x"), memory.usable_size(value))
+    assert [claim(call, [given], ledger) for call in readers] == ["text", None]
+    _libkestrel.free_vds_query(query)
 
 
 def test_indexes(ledger: Ledger) -> None:
