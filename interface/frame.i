@@ -237,6 +237,26 @@ SWIGINTERN PyMethodDef *kestrel_pointer_method(const char *name) {
   return method->ml_name ? method : NULL;
 }
 
+/* What is no pointer object has no address to compare, and may end before the place where one stands. */
+SWIGINTERN PyObject *kestrel_compare(PyObject *self, PyObject *other, int op) {
+  if (!kestrel_is_pointer(other)) Py_RETURN_NOTIMPLEMENTED;
+  return SwigPyObject_richcompare((SwigPyObject *)self, (SwigPyObject *)other, op);
+}
+
+/* Has the pointer object compare so, in its slot and in the methods that the interpreter has made of it. */
+SWIGINTERN int kestrel_complete_comparison(PyTypeObject *type) {
+  static const char *const names[] = {"__lt__", "__le__", "__eq__", "__ne__", "__gt__", "__ge__"};
+  PyObject *method;
+  size_t i;
+  for (i = 0; i < sizeof names / sizeof *names; ++i) {
+    method = PyDict_GetItemString(type->tp_dict, names[i]);
+    if (!method || !Py_IS_TYPE(method, &PyWrapperDescr_Type)) return -1;
+    ((PyWrapperDescrObject *)method)->d_wrapped = (void *)kestrel_compare;
+  }
+  type->tp_richcompare = kestrel_compare;
+  return 0;
+}
+
 /* Completes the pointer object: our methods in its table, and its own __repr__ with its own documentation in the
    place of the one that the interpreter derives from the type's slot. */
 SWIGINTERN int kestrel_complete_pointer_object(void) {
@@ -259,6 +279,7 @@ SWIGINTERN int kestrel_complete_pointer_object(void) {
   if (!(representation = PyDescr_NewMethod(type, method))) return -1;
   res = PyDict_SetItemString(type->tp_dict, "__repr__", representation);
   Py_DECREF(representation);
+  if (kestrel_complete_comparison(type) < 0) return -1;
   PyType_Modified(type);
   return res;
 }

@@ -6,6 +6,7 @@ import gc
 import re
 import sys
 from typing import Any
+from unittest import mock
 
 import _libkestrel
 import pytest
@@ -98,6 +99,19 @@ def test_comparison_is_by_address() -> None:
     assert first == second
     assert first != _libkestrel.VSPortInfo_dvPortId_get(info)
     assert int(first) == memory.address(first)
+
+
+@pytest.mark.parametrize("other", [object(), None, 5, b"", ()], ids=["object", "None", "int", "bytes", "tuple"])
+def test_a_pointer_is_nothing_that_is_none(other: object) -> None:
+    pointer = _libkestrel.new_VSInfo()
+    assert (pointer == other, pointer != other) == (False, True)
+    assert pointer.__eq__(other) is NotImplemented
+    with pytest.raises(TypeError):
+        assert pointer < other  # type: ignore[operator]
+
+
+def test_what_is_equal_to_everything_is_equal_to_a_pointer() -> None:
+    assert _libkestrel.new_VSInfo() == mock.ANY
 
 
 @pytest.mark.parametrize("name", [r.name for r in HEADERS.records if r.name not in COUNTED])
