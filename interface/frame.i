@@ -201,6 +201,19 @@ SWIGINTERN PyObject *kestrel_new_pointer(void *pointer, swig_type_info *type, in
 #undef SWIG_NewPointerObj
 #define SWIG_NewPointerObj(pointer, type, flags) kestrel_new_pointer(pointer, type, flags)
 
+/* The flags of a pointer whose type is not that of the memory it leads to: a class that makes itself a picture of the
+   memory would read beyond its end, so that such a class gets no instance and the caller the bare pointer object. */
+SWIGINTERN int kestrel_mistyped(swig_type_info *type) {
+  SwigPyClientData *data = (SwigPyClientData *)type->clientdata;
+  PyObject *error, *value, *traceback;
+  int reads;
+  if (!data || !data->newargs) return 0;
+  PyErr_Fetch(&error, &value, &traceback);
+  reads = PyObject_HasAttrString(data->newargs, "from_pointer");
+  PyErr_Restore(error, value, traceback);
+  return reads ? SWIG_POINTER_NOSHADOW : 0;
+}
+
 /* An output behind the status, as the list [status, output...]; null when one of them could not be made. The runtime
    does not expect that. */
 SWIGINTERN PyObject *kestrel_append_output(PyObject *result, PyObject *output) {
@@ -460,7 +473,8 @@ SWIGINTERN int kestrel_exact_text(PyObject *obj, char *val, size_t size) {
 /** The private VLAN map is handed back under the type of an uplink port list. */
 %typemap(in,numinputs=0) VSPvlanMapEntry **mapOut = SWIGTYPE **tableOut;
 %typemap(argout,noblock=1) VSPvlanMapEntry **mapOut {
-  %append_output(SWIG_NewPointerObj(%as_voidptr(*$1), $descriptor(VSUplinkPorts *), 0));
+  %append_output(SWIG_NewPointerObj(%as_voidptr(*$1), $descriptor(VSUplinkPorts *),
+                                    kestrel_mistyped($descriptor(VSUplinkPorts *))));
 }
 
 /** Records that were handed out go back by the library's own function when there is no memory for the objects that

@@ -13,6 +13,8 @@ from typing import Any
 import _libkestrel as k
 import pytest
 
+from support.processes import run
+
 EXAMPLE = Path(__file__).resolve().parents[2] / "examples" / "configure_switch.py"
 SWITCH, ID, PORT, OTHER = "dvs-bench", "0d3c7f60-95a1-4f0b-8a44-7a6a2f1f5c10", "p1", "p2"
 UPLINKS = ["north", "south"]
@@ -448,6 +450,24 @@ def test_private_vlans_are_checked_as_a_map() -> None:
     assert k.VSDVS_FreeMemory(record) == k.ZEL_OK
     assert put() == k.ZEL_OK
     assert get_global(k.VSPROP_PVLAN_MAP) == (k.ZEL_OK, b"")
+
+
+def test_a_private_vlan_map_comes_in_an_instance_of_the_class_for_the_type_that_it_comes_under() -> None:
+    done = run(
+        "import _libkestrel as k\n"
+        "Ports = type('Ports', (), {})\n"
+        "k.VSUplinkPorts_swigregister(Ports)\n"
+        "array, entry = k.new_pvlanmapentryArray(1), k.new_VSPvlanMapEntry()\n"
+        "k.VSPvlanMapEntry_primaryVID_set(entry, 100)\n"
+        "k.VSPvlanMapEntry_secondaryVID_set(entry, 100)\n"
+        "k.VSPvlanMapEntry_pvlanType_set(entry, k.VSPORT_PVLAN_TYPE_PROMISC)\n"
+        "k.pvlanmapentryArray_setitem(array, 0, entry)\n"
+        f"assert k.VSDVS_SetPrivateVLANMap('{SWITCH}', array, 1) == k.ZEL_OK\n"
+        f"status, handed_out, count = k.VSDVS_GetPrivateVLANMap('{SWITCH}')\n"
+        "assert (status, type(handed_out), count) == (k.ZEL_OK, Ports, 1), (status, handed_out, count)\n"
+        "assert k.VSDVS_FreeMemory(handed_out) == k.ZEL_OK\n"
+    )
+    assert (done.returncode, done.stderr) == (0, "")
 
 
 def test_multicast_addresses_of_the_user() -> None:

@@ -107,7 +107,7 @@ def test_a_pointer_is_nothing_that_is_none(other: object) -> None:
     assert (pointer == other, pointer != other) == (False, True)
     assert pointer.__eq__(other) is NotImplemented
     with pytest.raises(TypeError):
-        assert pointer < other  # type: ignore[operator]
+        assert pointer < other
 
 
 def test_what_is_equal_to_everything_is_equal_to_a_pointer() -> None:

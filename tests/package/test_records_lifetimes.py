@@ -11,7 +11,7 @@ from typing import Any
 import _libkestrel
 import pytest
 
-from libkestrel import records
+from libkestrel import host, records
 from libkestrel.records import Record
 
 
@@ -192,6 +192,16 @@ def test_bytes_cannot_bring_pointers() -> None:
         assert cls.from_bytes(empty) == cls()
         with pytest.raises(ValueError, match="pointer"):
             cls.from_bytes(b"\xff" * len(empty))
+
+
+def test_memory_under_another_records_type_is_no_record(bench: host.Switch) -> None:
+    kind = host.PrivateVlanKind.PROMISCUOUS
+    bench.private_vlans = (host.PrivateVlanEntry(100, 100, kind),)
+    status, handed_out, count = _libkestrel.VSDVS_GetPrivateVLANMap(bench.name)
+    assert (status, count) == (_libkestrel.ZEL_OK, 1)
+    assert not isinstance(handed_out, records.VSUplinkPorts)
+    assert "'VSUplinkPorts *'" in repr(handed_out) or "'struct VSUplinkPorts *'" in repr(handed_out)
+    assert _libkestrel.VSDVS_FreeMemory(handed_out) == _libkestrel.ZEL_OK
 
 
 def test_platform_memory_goes_back_exactly_once() -> None:

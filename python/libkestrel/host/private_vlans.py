@@ -44,14 +44,11 @@ class SwitchPrivateVlans(HostObject):
     @setting("private VLAN map", flat.VSPROP_PVLAN_MAP)
     def private_vlans(self) -> tuple[PrivateVlanEntry, ...]:
         """The private VLAN map; empty by default. Setting raises BadParam and BadVlanid for a map that is none."""
-        status, handed_out, count = flat.VSDVS_GetPrivateVLANMap(self.name)
+        # The map comes under another record's type, as a pointer object of which only the address is good.
+        status, pointer, count = flat.VSDVS_GetPrivateVLANMap(self.name)
         self._check(status, "read private VLAN map")
-        if handed_out is None:
+        if pointer is None:
             return ()
-        # The map comes under another record's type, and only its address is good: as a record it would reach over
-        # memory that is not its own.
-        pointer = handed_out.this
-        del handed_out
         size = records.VSPvlanMapEntry().nbytes
         data = ctypes.string_at(int(pointer), size * count) if count else b""
         flat.VSDVS_FreeMemory(pointer)
