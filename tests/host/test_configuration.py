@@ -462,8 +462,8 @@ def test_a_private_vlan_map_comes_in_an_instance_of_the_class_for_the_type_that_
         "k.VSPvlanMapEntry_secondaryVID_set(entry, 100)\n"
         "k.VSPvlanMapEntry_pvlanType_set(entry, k.VSPORT_PVLAN_TYPE_PROMISC)\n"
         "k.pvlanmapentryArray_setitem(array, 0, entry)\n"
-        f"assert k.VSDVS_SetPrivateVLANMap('{SWITCH}', array, 1) == k.ZEL_OK\n"
-        f"status, handed_out, count = k.VSDVS_GetPrivateVLANMap('{SWITCH}')\n"
+        "assert k.VSDVS_SetPrivateVLANMap('dvs-prod', array, 1) == k.ZEL_OK\n"
+        "status, handed_out, count = k.VSDVS_GetPrivateVLANMap('dvs-prod')\n"
         "assert (status, type(handed_out), count) == (k.ZEL_OK, Ports, 1), (status, handed_out, count)\n"
         "assert k.VSDVS_FreeMemory(handed_out) == k.ZEL_OK\n"
     )
