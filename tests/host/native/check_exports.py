@@ -20,8 +20,8 @@ def symbols(nm: str, library: str) -> list[tuple[str, str]]:
 
 
 def exported(found: list[tuple[str, str]]) -> set[str]:
-    """Without the weak C++ ones that every library shares, and what a sanitizer adds."""
-    own = {(kind, name) for kind, name in found if not name.startswith("__odr_asan.")}
+    """Without the weak C++ ones that every library shares, and what a sanitizer or the counting of coverage adds."""
+    own = {(kind, name) for kind, name in found if not name.startswith(("__odr_asan.", "__gcov_", "mangle_path"))}
     return {name for kind, name in own if not (kind in "WVu" and name.startswith("_Z"))}
 
 
