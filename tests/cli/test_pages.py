@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import os
 import subprocess
 from importlib import metadata
 from pathlib import Path
@@ -25,18 +26,20 @@ def test_every_command_has_its_place_on_the_page() -> None:
         assert f"\n{entry.usage}\n" in page
 
 
+def typeset(*arguments: str) -> subprocess.CompletedProcess[str]:
+    """Runs groff, without what is preloaded into the interpreter of these tests."""
+    environment = {name: value for name, value in os.environ.items() if name != "LD_PRELOAD"}
+    command = ["groff", "-man", "-Tascii", *arguments]
+    return subprocess.run(command, env=environment, capture_output=True, text=True, check=False)
+
+
 def test_there_is_a_man_page_of_each_noun(tmp_path: Path) -> None:
     man_pages.main(tmp_path)
     assert {path.name for path in tmp_path.iterdir()} == {"kestrel.1", *(f"kestrel-{noun}.1" for noun in NOUNS)}
     for path in tmp_path.iterdir():
-        done = subprocess.run(
-            ["groff", "-man", "-ww", "-Tascii", str(path)], capture_output=True, text=True, check=False
-        )
+        done = typeset("-ww", str(path))
         assert (done.returncode, done.stderr) == (0, "")
-    shown = subprocess.run(
-        ["groff", "-man", "-Tascii", "-P-cbou", str(tmp_path / "kestrel-vlan.1")],
-        capture_output=True, text=True, check=True,
-    ).stdout  # fmt: skip
+    shown = typeset("-P-cbou", str(tmp_path / "kestrel-vlan.1")).stdout
     assert "kestrel vlan set [OPTIONS] SWITCH PORT [VLAN]" in shown
     assert "--trunk RANGES" in shown
 
