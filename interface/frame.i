@@ -204,12 +204,14 @@ SWIGINTERN PyObject *kestrel_new_pointer(void *pointer, swig_type_info *type, in
 /* The flags of a pointer whose type is not that of the memory it leads to: a class that makes itself a picture of the
    memory would read beyond its end, so that such a class gets no instance and the caller the bare pointer object. */
 SWIGINTERN int kestrel_mistyped(swig_type_info *type) {
+  static PyObject *name;  /* made once: the interpreter's cache of attributes keeps each one that it is asked for */
   SwigPyClientData *data = (SwigPyClientData *)type->clientdata;
   PyObject *error, *value, *traceback;
   int reads;
   if (!data || !data->newargs) return 0;
   PyErr_Fetch(&error, &value, &traceback);
-  reads = PyObject_HasAttrString(data->newargs, "from_pointer");
+  if (!name) name = PyUnicode_InternFromString("from_pointer");
+  reads = !name || PyObject_HasAttr(data->newargs, name);
   PyErr_Restore(error, value, traceback);
   return reads ? SWIG_POINTER_NOSHADOW : 0;
 }
