@@ -1,5 +1,6 @@
 #include "native/columns.h"
 
+#include <cstring>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -116,13 +117,13 @@ const Columns *ColumnsOf(RecordClass &cls) {
 }
 
 const char *FormatOf(RecordClass &cls) {
-  if (cls.format) return cls.format;
   try {
-    return cls.format = (new std::string(RecordFormat(cls)))->c_str();
+    if (!cls.format) cls.format = strdup(RecordFormat(cls).c_str());
   } catch (const std::bad_alloc &) {
-    PyErr_NoMemory();
-    return nullptr;
+    // as when there is none for the copy
   }
+  if (!cls.format) PyErr_NoMemory();
+  return cls.format;
 }
 
 }  // namespace kestrel::records

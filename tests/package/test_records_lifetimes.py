@@ -255,7 +255,7 @@ def test_a_releasing_function_in_a_cycle_is_called() -> None:
 
 
 def test_foreign_memory_is_bounded_by_what_it_counted() -> None:
-    table = _libkestrel.alloc_ls_team_table(2)
+    table = _libkestrel.alloc_ls_team_table(2).release_with(_libkestrel.free_ls_team_table)
     with pytest.raises(ValueError):
         table.numLSTeam = 3
     table.numLSTeam = 1
