@@ -162,11 +162,12 @@ def write16(cells: Any, numbers: list[int]) -> None:
 
 def set_options(*pairs: tuple[int, int | str]) -> int:
     record = k.new_VSRuntimeOptions(1024)
-    entry = start = k.VSRuntimeOptions_get_first_option(record)
+    entry = k.VSRuntimeOptions_get_first_option(record)
+    start = int(entry)  # at once: as a record, a place that holds anything yet is gone with the next
     for code, value in pairs:
         add = k.VSRuntimeOptions_add_str_option if isinstance(value, str) else k.VSRuntimeOptions_add_int_option
         entry = add(record, entry, "", code, value)
-    k.VSRuntimeOptions_set_options_length(record, int(entry) - int(start))
+    k.VSRuntimeOptions_set_options_length(record, int(entry) - start)
     status = k.VSZEL_SetRuntimeOptions(record)
     k.delete_VSRuntimeOptions(record)
     assert isinstance(status, int)

@@ -110,6 +110,8 @@ OF_FUNCTION: dict[tuple[str, str], Any] = {
 
 _NEW_NAMES = {key for key, value in OF_FUNCTION.items() if value == "new"}
 _CELL_BYTES = 64
+_ENTRIES_ROOM = 4 * 0x10000
+"""Bytes for as many ranges of VLANs as a call can say that there are."""
 
 
 def _mangled(spelled: str) -> str:
@@ -152,8 +154,8 @@ def _pointer(function: Function, parameter: Parameter) -> Any:
             return _allocated(k.alloc_vds_query(4096), k.free_vds_query)
         if pointed in _RECORDS:
             return _RECORDS[pointed]()
-        if pointed in ("VSMACEntries", "VSPvlanMapEntry", "zel_VDSPortVIDRange"):
-            return _room(pointed, bytes(4096))
+        if pointed in ("VSMACEntries", "VSPvlanMapEntry", "VSUplinkPortIds", "VSUplinkPorts", "zel_VDSPortVIDRange"):
+            return _room(pointed, bytes(_ENTRIES_ROOM))
         return _made(pointed)
     return _cell(parameter.type)
 
