@@ -328,6 +328,7 @@ std::unique_ptr<Host> MakeVariedHost() {
   host->AddSwitch({.id = "more", .portset = "more", .alias = "more-0", .max_ports = 20});
   for (const char *port : {"port0", "port1", "port2", "port3"}) host->AddPort("more", port);
   host->AddUplink("more", "up1", "port4");
+  host->AddUplink("more", "up2", "port5");  // which stays free, as does a NIC
   host->Connect("more", "port0", {VS_PORT_CLIENT_VNIC, "c0"});
   for (const char *key : {"key0", "key1", "key2"}) {
     host->SetProperty({.switch_name = "more", .level = PropertyLevel::kPort, .port = "port1"}, key, {"value"});
@@ -336,7 +337,7 @@ std::unique_ptr<Host> MakeVariedHost() {
   host->AddSwitch({.id = "spare", .portset = "spare", .alias = "spare-0", .max_ports = 1});
   host->AddSwitch({.id = "apart", .portset = "apart", .alias = "apart-0", .max_ports = 1});
   host->Dissociate("apart");
-  StatusOf([&] { host->AddNic("nic3", kUp); });
+  for (const char *nic : {"nic3", "nic5"}) StatusOf([&] { host->AddNic(nic, kUp); });
   host->AddNic("nic-of-more", kUp);
   host->Connect("more", "port4", {VS_PORT_CLIENT_UPLINK, "nic-of-more"});
   Nic far = host->nics().Get("nic-of-more");
