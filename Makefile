@@ -197,9 +197,9 @@ test-oldest: $(VENV)/test $(VENV)/installed
 test-derived: $(VENV)/test $(VENV)/installed
 	$(PYTHON) -m pytest tests/tools tests/package/test_stubs.py tests/cli/test_pages.py
 
-## release-check: the checklist of a release, run; SUITES=1 runs the long test suites too
+## release-check: the checklist of a release, run; LONG=1 runs the long test suites too
 release-check: $(VENV)/release $(VENV)/test $(VENV)/lint $(VENV)/docs
-	@$(RELEASE) release.check $(if $(SUITES),--with-tests)
+	@$(RELEASE) release.check $(if $(LONG),--with-tests)
 
 ## stubs: write the type stubs anew from the headers
 stubs: $(VENV)/test

@@ -109,7 +109,7 @@ def main(arguments: list[str]) -> int:
     console.print(table)
     if left := SUITES.keys() - checks.keys():
         console.print(
-            f"Not run: {', '.join(f'make {name}' for name in SUITES if name in left)} (SUITES=1 runs them too)"
+            f"Not run: {', '.join(f'make {name}' for name in SUITES if name in left)} (LONG=1 runs them too)"
         )
     return 1 if failures else 0
 
