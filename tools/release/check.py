@@ -108,9 +108,7 @@ def main(arguments: list[str]) -> int:
         console.print(message, markup=False, highlight=False)
     console.print(table)
     if left := SUITES.keys() - checks.keys():
-        console.print(
-            f"Not run: {', '.join(f'make {name}' for name in SUITES if name in left)} (LONG=1 runs them too)"
-        )
+        console.print(f"Not run: {', '.join(f'make {name}' for name in SUITES if name in left)} (LONG=1 runs them too)")
     return 1 if failures else 0
 
 
