@@ -4,29 +4,18 @@
 #include <string>
 #include <string_view>
 
-#include "host/core/base/errors.h"
 #include "host/core/host.h"
 #include "host/core/images/port_image.h"
 #include "host/core/images/state_image.h"
 #include "tests/fuzz/ensure.h"
 #include "tests/fuzz/image_input.h"
 #include "tests/fuzz/image_spans.h"
+#include "tests/host/native/support/status_of.h"
 
 extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t *data, std::size_t size, std::size_t room);
 
 namespace kestrel::host {
 namespace {
-
-/** The status of an operation. */
-template <typename Operation>
-int StatusOf(Operation operation) {
-  try {
-    operation();
-    return ZEL_OK;
-  } catch (const StatusError &refusal) {
-    return refusal.status();
-  }
-}
 
 constexpr LinkStatus kLink{ZEL_LINK_STATE_UP, 1000, ZEL_LINK_DUPLEX_FULL};
 

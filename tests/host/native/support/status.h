@@ -1,24 +1,9 @@
-/* Looking at how an operation of the model ends. */
+/* Expecting how an operation of the model ends. */
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include "host/core/base/errors.h"
-#include "kestrel/constants.h"
+#include "tests/host/native/support/status_of.h"
 
-namespace kestrel::host {
-
-/** The status with which `operation()` is refused, ZEL_OK when it is not. */
-template <typename Operation>
-int StatusOf(Operation operation) {
-  try {
-    operation();
-    return ZEL_OK;
-  } catch (const StatusError &refusal) {
-    return refusal.status();
-  }
-}
-
-#define EXPECT_STATUS(expected, operation) EXPECT_EQ(StatusOf([&] { operation; }), static_cast<int>(expected))
-
-}  // namespace kestrel::host
+#define EXPECT_STATUS(expected, operation) \
+  EXPECT_EQ(kestrel::host::StatusOf([&] { operation; }), static_cast<int>(expected))
