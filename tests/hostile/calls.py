@@ -63,6 +63,11 @@ class Call:
     member: Member | None = None
     function: Function | None = None
 
+    def takes(self, count: int) -> bool:
+        """Whether it takes that many arguments."""
+        variadic = self.function is not None and self.function.variadic
+        return count == len(self.arguments) or (variadic and count > len(self.arguments))
+
     @property
     def releases(self) -> bool:
         """Whether it gives memory back: it takes one pointer, which is no handle, and its header says that it does."""

@@ -437,7 +437,7 @@ class Flat:
 
     def _make(self, call: Call, given: list[Given]) -> None:
         function = getattr(k, call.name)
-        counts = len(given) == len(call.arguments) or (call.function is not None and call.function.variadic)
+        counts = call.takes(len(given))
         refused = any(one.refused for one in given) or not counts
         answered = call.function is not None and call.function.library and not self.world.hands_out
         before = given[0].address if call.releases and counts and not answered else 0

@@ -125,8 +125,9 @@ def _lengths(call: Call, ledger: Ledger, given: Sequence[Given]) -> str | None:
 
 def claim(call: Call, given: Sequence[Given], ledger: Ledger) -> str | None:
     """The rule by which a call trusts its caller, and these arguments do not deserve it; none for a call to make."""
-    if len(given) != len(call.arguments) or any(g.refused for g in given) or call.family in ("registration", "helper"):
+    if not call.takes(len(given)) or any(g.refused for g in given) or call.family in ("registration", "helper"):
         return None
+    given = given[: len(call.arguments)]  # the rest a variadic function ignores
     for place, (one, argument) in enumerate(zip(given, call.arguments, strict=True)):
         if argument.kind in ("text", "text_pointer", "exactText", "flag") and one.address:
             if one.stale or not ledger.in_room(one.address):

@@ -80,6 +80,15 @@ def test_texts_that_do_not_end(ledger: Ledger) -> None:
     _libkestrel.free_vds_query(query)
 
 
+def test_more_arguments_than_are_declared(ledger: Ledger) -> None:
+    freed = Given(None, "freed", address=4096, stale=True)
+    more = Given(None, "more")
+    variadic = [call for call in CALLS.values() if call.takes(len(call.arguments) + 1)]
+    assert variadic
+    assert {claim(call, [freed, more], ledger) for call in variadic} == {"freed"}
+    assert claim(CALLS["VSInfo_mtu_get"], [freed, more], ledger) is None
+
+
 def test_indexes(ledger: Ledger) -> None:
     given = held(ledger, "VSMACEntry")
     call = CALLS["VSMACEntry___getitem__"]
