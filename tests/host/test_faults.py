@@ -26,8 +26,7 @@ def _unarmed() -> Iterator[None]:
 
 
 def caller(function: Function) -> Callable[[], Any]:
-    arguments = plain_arguments(function)
-    return lambda: call(function, arguments)
+    return lambda: call(function, plain_arguments(function))
 
 
 CALLS: dict[str, Callable[[], Any]] = {f.name: caller(f) for f in FUNCTIONS} | {

@@ -186,8 +186,16 @@ def test_a_runtime_policy_is_gone_when_the_configuration_is_loaded() -> None:
     assert policy(SWITCH, PORT) == before
 
 
+def get_info(switch: str) -> int:
+    info = k.alloc_vs_info()
+    status = k.VSZEL_GetVSInfo(switch, info)
+    k.free_vs_info(info)
+    assert isinstance(status, int)
+    return status
+
+
 UNKNOWN: dict[str, Any] = {
-    "VSZEL_GetVSInfo": lambda s: k.VSZEL_GetVSInfo(s, k.alloc_vs_info()),
+    "VSZEL_GetVSInfo": get_info,
     "VSZEL_GetLAGTable": lambda s: k.VSZEL_GetLAGTable(s),
     "VSZEL_GetUplinks": lambda s: k.VSZEL_GetUplinks(s),
     "VSZEL_GetMACTable": lambda s: k.VSZEL_GetMACTable(s, k.VS_MAC_ADDR_TYPE_ALL),

@@ -186,7 +186,9 @@ def test_a_port_is_carried_to_another_name() -> None:
     where, _kept = block(image)
     assert k.DVSZEL_PortAdd(ID, "p2", where, len(image)) == k.ZEL_OK
     assert port_state("p2") == image
-    assert k.VSDVS_GetPortVLANPolicy(SWITCH, "p2")[0] == k.ZEL_OK
+    status, policy, _ = k.VSDVS_GetPortVLANPolicy(SWITCH, "p2")
+    assert status == k.ZEL_OK
+    k.VSDVS_FreeMemory(policy)
     assert k.DVSZEL_PortAdd(ID, "p2", where, len(image)) == k.ZEL_EXISTS
     whole = state()
     where, _kept = block(whole)

@@ -32,6 +32,8 @@ TRUSTED: dict[str, str] = {
 ENTRY_ROOM = 136
 COUNTS = ("length", "inputLength", "count", "numRanges")
 """Parameters that tell how much is behind a pointer of the same call."""
+_TEXTS = ("text", "text_pointer", "exactText", "flag")
+"""Kinds of arguments whose characters are read, and may be given as a pointer to them."""
 _CELL = 8
 _MAC = 6
 _ADDRESS = 16
@@ -123,21 +125,31 @@ def _lengths(call: Call, ledger: Ledger, given: Sequence[Given]) -> str | None:
     return None
 
 
+def _texts(call: Call, given: Sequence[Given], ledger: Ledger) -> str | None:
+    """The rule that a pointer to characters is claimed by: those are read before what stands behind them is refused."""
+    for one, argument in zip(given, call.arguments, strict=True):
+        if one.refused:
+            return None
+        if argument.kind in _TEXTS and one.address and (one.stale or not ledger.in_room(one.address)):
+            return "freed" if one.stale else "text"
+    return None
+
+
 def claim(call: Call, given: Sequence[Given], ledger: Ledger) -> str | None:
     """The rule by which a call trusts its caller, and these arguments do not deserve it; none for a call to make."""
-    if not call.takes(len(given)) or any(g.refused for g in given) or call.family in ("registration", "helper"):
+    if not call.takes(len(given)) or call.family in ("registration", "helper"):
         return None
     given = given[: len(call.arguments)]  # the rest a variadic function ignores
+    if claimed := _texts(call, given, ledger):
+        return claimed
+    if any(one.refused for one in given):
+        return None
     for place, (one, argument) in enumerate(zip(given, call.arguments, strict=True)):
-        if argument.kind in ("text", "text_pointer", "exactText", "flag") and one.address:
-            if one.stale or not ledger.in_room(one.address):
-                return "freed" if one.stale else "text"
-            continue
         if argument.kind == "mac" and len(one.value) < _MAC:
             return "mac"
         if argument.kind == "bytesIn" and isinstance(one.value, bytes) and len(one.value) < _ADDRESS:
             return "length"
-        if not one.address or argument.target in HANDLES:
+        if not one.address or argument.kind in _TEXTS or argument.target in HANDLES:
             continue
         if call.releases:
             freed = one.stale or not ledger.extent(one.address)

@@ -80,6 +80,15 @@ def test_texts_that_do_not_end(ledger: Ledger) -> None:
     _libkestrel.free_vds_query(query)
 
 
+def test_texts_are_read_before_what_stands_behind_them_is_refused(ledger: Ledger) -> None:
+    freed = Given(None, "freed", address=4096, stale=True)
+    wrong = Given(None, "wrong", refused=True)
+    call = CALLS["VSZEL_GetDVMirrorSessionStats"]
+    name = Given("dvs", "dvs")
+    assert claim(call, [name, freed, wrong], ledger) == "freed"
+    assert claim(call, [wrong, freed, name], ledger) is None
+
+
 def test_more_arguments_than_are_declared(ledger: Ledger) -> None:
     freed = Given(None, "freed", address=4096, stale=True)
     more = Given(None, "more")

@@ -13,6 +13,7 @@ import os
 import sys
 from collections.abc import Callable, Iterator
 from dataclasses import dataclass
+from functools import partial
 from typing import Any
 
 import _libkestrel as k
@@ -20,6 +21,7 @@ import _libkestrel as k
 from headers.model import Function, Parameter
 from libkestrel import lab
 from libkestrel.errors import status_name
+from support import memory
 from support.blocks import aimed
 from support.cells import BLOCK, Cell, pointer
 from support.functions import COUNTED, FUNCTIONS, HEADERS, conversion, make, visible, width
@@ -123,7 +125,13 @@ def _mangled(spelled: str) -> str:
 def _cell(spelled: str) -> Any:
     """A pointer of that type to a place of its own."""
     room = ctypes.create_string_buffer(_CELL_BYTES)
-    _KEPT.append(room)
+    place = ctypes.c_void_p.from_buffer(room)
+    if spelled == "DVSDataHandle *":
+        _KEPT.append(lambda: place.value and k.DVSData_Free(pointer(BLOCK, place.value)))
+    elif spelled.endswith("**"):
+        _KEPT.append(lambda: memory.free(pointer(BLOCK, place.value or 0)))
+    else:
+        _KEPT.append(room)
     return pointer(_mangled(spelled), ctypes.addressof(room))
 
 
@@ -381,6 +389,14 @@ def let_go() -> None:
     _KEPT.clear()
 
 
+def _take(result: Any) -> None:
+    """Keeps what a call handed out for the caller to give back."""
+    for output in result[1:] if isinstance(result, list) else ():
+        bare: Any = getattr(output, "this", output)
+        if hasattr(bare, "own") and not bare.own():
+            _KEPT.append(partial(memory.free, bare))
+
+
 def outcome(case: Case) -> tuple[str, str]:
     """Makes the call of a case and tells how it ended, and what there is to say to it."""
     arguments = good_arguments(case.function)
@@ -388,6 +404,7 @@ def outcome(case: Case) -> tuple[str, str]:
         arguments[case.place] = case.value()
     try:
         result = getattr(k, case.function.name)(*arguments)
+        _take(result)
     except Exception as error:
         return type(error).__name__, str(error)
     finally:
