@@ -71,7 +71,8 @@ docs: $(VENV)/docs
 # Suites that run on more than one build; `make test-asan SUITES=module` runs one of them.
 SUITES ?= native module host package cli
 
-## test-asan: SUITES (all of them) under AddressSanitizer, UndefinedBehaviorSanitizer and LeakSanitizer
+## test-asan: SUITES (all, and hostile calls) under AddressSanitizer, UndefinedBehaviorSanitizer and LeakSanitizer
+test-asan: SUITES += hostile
 test-asan: $(VENV)/test $(VENV)/installed
 	cmake --preset sanitize >build/configure-sanitize.log || { cat build/configure-sanitize.log; exit 1; }
 	cmake --build --preset sanitize
