@@ -6,6 +6,7 @@ import os
 import signal
 import subprocess
 import sys
+import time
 from pathlib import Path
 
 import _libkestrel as k
@@ -220,6 +221,9 @@ def test_frames_that_are_interrupted_have_never_been_sent(office: Process) -> No
     before = office(*counters).data
     long = ("lab", "send", "dvs-office", "100", "--count", "1000000", "--every", "0.001")
     with office.start(*long) as running:
+        while "_libkestrel" not in Path(f"/proc/{running.pid}/maps").read_text():
+            assert running.poll() is None
+            time.sleep(0.05)
         with pytest.raises(subprocess.TimeoutExpired):
             running.wait(timeout=1.5)  # in the middle, on any machine that takes longer for a million frames
         os.kill(running.pid, signal.SIGINT)
